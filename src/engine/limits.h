@@ -1,0 +1,31 @@
+#pragma once
+// Every limit the engine applies to hostile input, in one place.
+#include <cstdint>
+
+namespace qv::limits {
+
+// Largest single read from the source, and the cap on one qv_media_read call.
+inline constexpr std::uint64_t kMaxRead = 1'048'576;
+// Read-ahead window of the byte-wise reader.
+inline constexpr std::uint64_t kReadAheadWindow = 262'144;
+// Tracks kept per file.
+inline constexpr std::uint32_t kMaxTracks = 32;
+// Clusters recorded per Matroska file.
+inline constexpr std::uint64_t kMaxClusters = 200'001;
+// Tags read from one FLV file.
+inline constexpr std::uint64_t kMaxFlvTags = 10'000'000;
+// Largest frame accepted from a block.
+inline constexpr std::uint64_t kMaxFrameSize = 67'108'864;
+// Longest CodecDelay / DiscardPadding, in nanoseconds.
+inline constexpr std::uint64_t kMaxDelayNs = 1'000'000'000;
+// Largest cluster timecode, as nanoseconds (365 days).
+inline constexpr std::uint64_t kMaxClusterTimeNs = 31'536'000'000'000'000;
+// Text element caps, in bytes.
+inline constexpr std::uint64_t kMaxDocType = 16;
+inline constexpr std::uint64_t kMaxCodecId = 128;
+inline constexpr std::uint64_t kMaxLanguage = 64;
+inline constexpr std::uint64_t kMaxName = 4'096;
+// Video and colour values must stay below this.
+inline constexpr std::uint64_t kMaxDimension = 65'536;
+
+} // namespace qv::limits
