@@ -7,6 +7,8 @@
 #include <QMutex>
 #include <QString>
 
+#include <functional>
+
 namespace quorvane {
 
 class DiagnosticLog {
@@ -19,8 +21,13 @@ public:
         bool operator==(const Entry&) const = default;
     };
 
-    // An empty path keeps the log in memory only.
+    // Where "now" comes from; tests hand in their own clock to step through time.
+    using Clock = std::function<QDateTime()>;
+
+    // An empty path keeps the log in memory only. A missing, oversized or corrupt file starts an
+    // empty log.
     explicit DiagnosticLog(const QString& filePath = {});
+    DiagnosticLog(const QString& filePath, Clock clock);
 
     // Adds one event; unsafe names are ignored, unsafe field pairs dropped. Any thread.
     void record(const QString& event, const Fields& fields = {});
@@ -35,7 +42,11 @@ public:
     static bool isSafe(const QString& text);
 
 private:
+    void load();
+    bool store();
+
     mutable QMutex m_lock;
+    Clock m_clock;
     QString m_filePath;
     QList<Entry> m_entries;
     bool m_storageFailed = false;
