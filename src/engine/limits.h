@@ -1,5 +1,6 @@
 #pragma once
 // Every limit the engine applies to hostile input, in one place.
+#include <cstddef>
 #include <cstdint>
 
 namespace qv::limits {
@@ -27,5 +28,14 @@ inline constexpr std::uint64_t kMaxLanguage = 64;
 inline constexpr std::uint64_t kMaxName = 4'096;
 // Video and colour values must stay below this.
 inline constexpr std::uint64_t kMaxDimension = 65'536;
+
+// Bytes of a transport stream scanned for its programme tables.
+inline constexpr std::uint64_t kTransportScanBytes = 1'048'576;
+// Programme map tables followed per transport stream.
+inline constexpr std::size_t kMaxTransportPrograms = 16;
+// Bytes of an FLV file header, the smallest file the FLV demuxer reads.
+inline constexpr std::uint64_t kFlvHeaderSize = 13;
+// Bytes of an FLV tag header plus its trailing previous-tag-size field.
+inline constexpr std::uint64_t kFlvTagOverhead = 15;
 
 } // namespace qv::limits

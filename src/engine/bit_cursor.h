@@ -1,0 +1,61 @@
+#pragma once
+// A bounds-checked, most-significant-bit-first reader over a byte span, shared by the codec header
+// parsers. Running past the end throws the parser's own error type (its `Error(code)` constructor
+// with code 1), so each parser keeps its own failure channel.
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+namespace qv {
+
+template <class Error> class BitCursor {
+public:
+    explicit BitCursor(std::span<const std::uint8_t> data) : m_data(data) {}
+
+    // The next n bits (n at most 64) as an unsigned value.
+    std::uint64_t bits(unsigned n)
+    {
+        if (n > 64 || n > remaining()) throw Error(1);
+        std::uint64_t value = 0;
+        for (unsigned i = 0; i < n; ++i) {
+            const std::uint8_t byte = m_data[m_position >> 3];
+            value = (value << 1) | ((byte >> (7 - (m_position & 7))) & 1u);
+            ++m_position;
+        }
+        return value;
+    }
+
+    bool flag() { return bits(1) != 0; }
+
+    void skip(std::uint64_t n)
+    {
+        if (n > remaining()) throw Error(1);
+        m_position += n;
+    }
+
+    // Unsigned Exp-Golomb code; more than 31 leading zeros cannot come from a valid stream.
+    std::uint32_t ue()
+    {
+        unsigned zeros = 0;
+        while (bits(1) == 0) {
+            if (++zeros > 31) throw Error(1);
+        }
+        return static_cast<std::uint32_t>((std::uint64_t{1} << zeros) - 1 + bits(zeros));
+    }
+
+    // Signed Exp-Golomb code.
+    std::int64_t se()
+    {
+        const std::uint64_t k = ue();
+        return (k & 1) ? static_cast<std::int64_t>((k + 1) / 2) : -static_cast<std::int64_t>(k / 2);
+    }
+
+    std::uint64_t position() const { return m_position; }
+    std::uint64_t remaining() const { return std::uint64_t{m_data.size()} * 8 - m_position; }
+
+private:
+    std::span<const std::uint8_t> m_data;
+    std::uint64_t m_position = 0;
+};
+
+} // namespace qv
