@@ -1,0 +1,239 @@
+// The router over scripted backends: slot choice, fallback, the generation check and what it
+// carries from one backend to the next.
+#include "PlaybackRouter.h"
+#include "StandardSlots.h"
+#include "support/ScriptedBackend.h"
+
+#include <QFileInfo>
+#include <QTest>
+
+#include <cmath>
+
+using namespace quorvane;
+using quorvane::testing::ScriptedBackend;
+
+namespace {
+
+// Two slots shaped like the standard ones, recording every backend they make.
+struct Harness {
+    QList<QPointer<ScriptedBackend>> made;
+    std::unique_ptr<PlaybackRouter> router;
+    QList<PlaybackEvent> events;
+
+    Harness()
+    {
+        std::vector<PlaybackSlot> slotList;
+        slotList.push_back({QStringLiteral("native"),
+                            [](const QUrl& url) { return url.isLocalFile(); },
+                            [this] { return make(QStringLiteral("native")); }});
+        slotList.push_back({QStringLiteral("webm-system"),
+                            [](const QUrl& url) {
+                                const QString ext = QFileInfo(url.path()).suffix().toLower();
+                                return url.isLocalFile() &&
+                                       (ext == "webm" || ext == "ogg" || ext == "oga");
+                            },
+                            [this] { return make(QStringLiteral("webm-system")); }});
+        router = std::make_unique<PlaybackRouter>(std::move(slotList));
+        router->setOnEvent([this](const PlaybackEvent& event) { events.append(event); });
+    }
+
+    std::unique_ptr<PlaybackBackend> make(const QString& name)
+    {
+        auto backend = std::make_unique<ScriptedBackend>(name);
+        made.append(backend.get());
+        return backend;
+    }
+
+    ScriptedBackend* last() const { return made.isEmpty() ? nullptr : made.last().data(); }
+};
+
+PlaybackEvent failed(qint64 code)
+{
+    return PlaybackEvents::Failed{code};
+}
+
+PlaybackEvent ready(double duration = 10)
+{
+    return PlaybackEvents::Ready{PlaybackMediaInfo{duration, 640, 360, 25, false, {}}};
+}
+
+} // namespace
+
+class PlaybackRouterTest : public QObject {
+    Q_OBJECT
+private slots:
+    void refusesWhatNoSlotAccepts()
+    {
+        // The standard list holds no backend yet: every file is refused with the format error.
+        PlaybackRouter standard;
+        QVERIFY(standard.playbackSlots().size() == standardSlots().size());
+        QList<PlaybackEvent> events;
+        standard.setOnEvent([&](const PlaybackEvent& event) { events.append(event); });
+        standard.open(QUrl::fromLocalFile("/tmp/movie.mp4"));
+        if (standardSlots().empty()) {
+            QCOMPARE(events.size(), 1);
+            QCOMPARE(events.first(), failed(kFileFormatNotRecognized));
+        }
+
+        Harness h;
+        h.router->open(QUrl("https://example.com/movie.mp4"));
+        QVERIFY(h.made.isEmpty());
+        QCOMPARE(h.events, QList<PlaybackEvent>{failed(kFileFormatNotRecognized)});
+        QVERIFY(!h.router->active());
+        QCOMPARE(h.router->snapshot(), PlaybackSnapshot{});
+    }
+
+    void onlyCandidateFailureReachesOwner()
+    {
+        Harness h;
+        h.router->open(QUrl::fromLocalFile("/media/film.mkv"));
+        QCOMPARE(h.made.size(), 1);
+        QCOMPARE(h.router->activeSlotID(), QStringLiteral("native"));
+        h.last()->emitEvent(failed(-11800));
+        QCOMPARE(h.made.size(), 1);
+        QCOMPARE(h.events, QList<PlaybackEvent>{failed(-11800)});
+    }
+
+    void fallsBackSilentlyAndCarriesVolumeAndMute()
+    {
+        Harness h;
+        h.router->setVolume(0.4);
+        h.router->setMuted(true);
+        h.router->videoView()->setSize({800, 450});
+        h.router->open(QUrl::fromLocalFile("/media/clip.WEBM"));
+        QPointer<ScriptedBackend> native = h.made.at(0);
+        QCOMPARE(native->volume, 0.4);
+        QVERIFY(native->muted);
+        QCOMPARE(native->videoView()->parentItem(), h.router->videoView());
+
+        // The native backend fails before ready from inside its own callback.
+        native->emitEvent(failed(-11829));
+        QVERIFY(h.events.isEmpty());
+        QCOMPARE(h.made.size(), 2);
+        ScriptedBackend* web = h.last();
+        QCOMPARE(h.router->activeSlotID(), QStringLiteral("webm-system"));
+        QVERIFY(native->stopped);
+        QVERIFY(!native->hasHandler());
+        QCOMPARE(native->videoView()->parentItem(), nullptr);
+        QCOMPARE(web->openedUrl, QUrl::fromLocalFile("/media/clip.WEBM"));
+        QCOMPARE(web->volume, 0.4);
+        QVERIFY(web->muted);
+        // Volume and mute reach the new backend before it opens.
+        QVERIFY(web->calls.indexOf("volume 0.4") < web->calls.indexOf("open clip.WEBM"));
+        QVERIFY(web->calls.indexOf("muted true") < web->calls.indexOf("open clip.WEBM"));
+
+        QCOMPARE(h.router->videoView()->childItems(), QList<QQuickItem*>{web->videoView()});
+        QCOMPARE(web->videoView()->size(), QSizeF(800, 450));
+        h.router->videoView()->setSize({1024, 576});
+        QCOMPARE(web->videoView()->size(), QSizeF(1024, 576));
+
+        // The abandoned backend is released from the event loop, not inside its callback.
+        QTRY_VERIFY(native.isNull());
+
+        web->emitEvent(ready());
+        QCOMPARE(h.events, QList<PlaybackEvent>{ready()});
+        QVERIFY(h.router->isReady());
+    }
+
+    void lastFailureCodeWinsWhenEveryCandidateFails()
+    {
+        Harness h;
+        h.router->open(QUrl::fromLocalFile("/media/song.ogg"));
+        h.last()->emitEvent(failed(-1));
+        h.last()->emitEvent(failed(-2));
+        QCOMPARE(h.made.size(), 2);
+        QCOMPARE(h.events, QList<PlaybackEvent>{failed(-2)});
+    }
+
+    void failureAfterReadyIsFinal()
+    {
+        Harness h;
+        h.router->open(QUrl::fromLocalFile("/media/clip.webm"));
+        h.last()->emitEvent(ready());
+        h.last()->emitEvent(failed(-11819));
+        QCOMPARE(h.made.size(), 1);
+        QCOMPARE(h.events, (QList<PlaybackEvent>{ready(), failed(-11819)}));
+        QCOMPARE(h.router->activeSlotID(), QStringLiteral("native"));
+    }
+
+    void lateEventsFromAbandonedBackendsAreDropped()
+    {
+        Harness h;
+        h.router->open(QUrl::fromLocalFile("/media/clip.webm"));
+        QPointer<ScriptedBackend> first = h.last();
+        first->emitEvent(failed(-1));
+        // Still in flight from the first backend after the fallback.
+        first->emitLate(ready());
+        first->emitLate(PlaybackEvents::Ended{});
+        QVERIFY(h.events.isEmpty());
+        QVERIFY(!h.router->isReady());
+
+        QPointer<ScriptedBackend> second = h.last();
+        h.router->stop();
+        QVERIFY(second->stopped);
+        QVERIFY(!h.router->active());
+        QVERIFY(!h.router->activeSlotID());
+        QVERIFY(h.router->videoView()->childItems().isEmpty());
+        second->emitLate(ready());
+        second->emitLate(PlaybackEvents::SeekCompleted{QUuid::createUuid()});
+        QVERIFY(h.events.isEmpty());
+
+        // A reopen makes a fresh backend; only its events count.
+        h.router->open(QUrl::fromLocalFile("/media/other.mp4"));
+        QPointer<ScriptedBackend> third = h.last();
+        second->emitLate(failed(-5));
+        third->emitEvent(PlaybackEvents::Ended{});
+        QCOMPARE(h.events, QList<PlaybackEvent>{PlaybackEvents::Ended{}});
+    }
+
+    void controlCallsAndVolume()
+    {
+        Harness h;
+        // Nothing active: calls go nowhere and the snapshot is all zeros.
+        h.router->play(1);
+        h.router->pause();
+        h.router->seek(3, QUuid::createUuid());
+        QCOMPARE(h.router->snapshot(), PlaybackSnapshot{});
+
+        h.router->setVolume(1.7);
+        QCOMPARE(h.router->volume(), 1.0);
+        h.router->setVolume(-1);
+        QCOMPARE(h.router->volume(), 0.0);
+        h.router->setVolume(0.25);
+        h.router->setVolume(std::nan(""));
+        h.router->setVolume(INFINITY);
+        QCOMPARE(h.router->volume(), 0.25);
+
+        h.router->open(QUrl::fromLocalFile("/media/a.mp4"));
+        ScriptedBackend* backend = h.last();
+        backend->calls.clear();
+        const QUuid id = QUuid::createUuid();
+        h.router->play(1.5);
+        h.router->pause();
+        h.router->seek(12.5, id);
+        h.router->selectTrack(PlaybackTrackKind::Subtitle, 3);
+        h.router->setVolume(std::nan(""));
+        h.router->setVolume(2);
+        h.router->setMuted(true);
+        QCOMPARE(backend->calls, (QStringList{"play 1.5", "pause", "seek 12.5", "select subtitle 3",
+                                              "volume 1", "muted true"}));
+        QCOMPARE(backend->lastSeekId, id);
+        backend->nextSnapshot = {4.5, 1.5, 2, 3, 7};
+        QCOMPARE(h.router->snapshot(), (PlaybackSnapshot{4.5, 1.5, 2, 3, 7}));
+    }
+
+    void slotThatCannotBuildCountsAsFailure()
+    {
+        std::vector<PlaybackSlot> slotList;
+        slotList.push_back({"broken", [](const QUrl&) { return true; },
+                            [] { return std::unique_ptr<PlaybackBackend>(); }});
+        PlaybackRouter router(std::move(slotList));
+        QList<PlaybackEvent> events;
+        router.setOnEvent([&](const PlaybackEvent& event) { events.append(event); });
+        router.open(QUrl::fromLocalFile("/media/a.mp4"));
+        QCOMPARE(events, QList<PlaybackEvent>{failed(kFileFormatNotRecognized)});
+    }
+};
+
+QTEST_MAIN(PlaybackRouterTest)
+#include "test_playback_router.moc"
