@@ -1,0 +1,67 @@
+// Fuzz target for the engine's flat interface: every input is written to a file, opened as a
+// container, read back in full through qv_media_read, and probed as a transport stream. Any crash,
+// sanitizer report, hang or runaway allocation is a finding; refusals with a code are expected.
+#include "engine/qv_media.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+// Virtual files can be much larger than the input when headers are big; stop reading after this.
+constexpr std::uint64_t kReadBudget = 64u << 20;
+
+const std::string& scratchPath()
+{
+    static const std::string path = [] {
+        const char* dir = std::getenv("TMPDIR");
+        return std::string(dir ? dir : "/tmp") + "/qv_media_fuzz_" + std::to_string(getpid());
+    }();
+    return path;
+}
+
+bool writeFile(const std::string& path, const std::uint8_t* data, std::size_t size)
+{
+    FILE* f = std::fopen(path.c_str(), "wb");
+    if (!f) return false;
+    const bool ok = std::fwrite(data, 1, size, f) == size;
+    return std::fclose(f) == 0 && ok;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::string& path = scratchPath();
+    if (!writeFile(path, data, size)) return 0;
+
+    std::uint32_t error = 0;
+    if (QVMedia* media = qv_media_open(path.c_str(), nullptr, nullptr, &error)) {
+        if (error != 0) std::abort(); // success must leave the code at 0
+        const std::uint64_t total = qv_media_size(media);
+        std::vector<std::uint8_t> buffer(65536);
+        // Uneven piece sizes so reads start and end inside header, slices and slice boundaries.
+        std::uint64_t offset = 0;
+        std::uint64_t piece = 1 + (size % 4093);
+        while (offset < total && offset < kReadBudget) {
+            const std::int64_t got = qv_media_read(media, offset, buffer.data(), piece);
+            if (got <= 0) break;
+            offset += static_cast<std::uint64_t>(got);
+            piece = piece * 7 % buffer.size() + 1;
+        }
+        // The end of the file reads as empty and one past it is refused.
+        if (qv_media_read(media, total, buffer.data(), 1) != 0) std::abort();
+        if (qv_media_read(media, total + 1, buffer.data(), 1) != -1) std::abort();
+        qv_media_close(media);
+    } else if (error == 0) {
+        std::abort(); // a refusal must carry a code
+    }
+
+    const std::int32_t presence = qv_media_transport_presence(path.c_str(), nullptr, nullptr);
+    if (presence > (QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO)) std::abort();
+    return 0;
+}
