@@ -1,0 +1,509 @@
+#include "matroska.h"
+
+#include "audio/aac.h"
+#include "audio/audio_samples.h"
+#include "ebml.h"
+#include "failure.h"
+#include "lacing.h"
+#include "limits.h"
+#include "matroska_ids.h"
+
+#include <cmath>
+#include <limits>
+#include <optional>
+
+namespace qv {
+namespace {
+
+using ebml::Element;
+
+struct Cluster {
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+    std::uint64_t timecode = 0;
+};
+
+struct TrackState {
+    bool discardSeen = false; // a block with DiscardPadding was read; no later block may follow
+};
+
+bool isTopLevel(std::uint64_t id)
+{
+    switch (id) {
+    case mkv::kSeekHead:
+    case mkv::kInfo:
+    case mkv::kTracks:
+    case mkv::kChapters:
+    case mkv::kCluster:
+    case mkv::kCues:
+    case mkv::kAttachments:
+    case mkv::kTags:
+        return true;
+    default:
+        return false;
+    }
+}
+
+Codec codecFor(const std::string& id, std::uint8_t kind)
+{
+    if (kind == kVideo) {
+        if (id == "V_MPEG4/ISO/AVC") return Codec::Avc;
+        if (id == "V_MPEGH/ISO/HEVC") return Codec::Hevc;
+        if (id == "V_VP9") return Codec::Vp9;
+        if (id == "V_AV1") return Codec::Av1;
+    } else {
+        if (id == "A_AAC") return Codec::Aac;
+        if (id == "A_OPUS") return Codec::Opus;
+        // A_AC3, A_EAC3, A_FLAC and A_MPEG/L3 join once their frame parsers exist.
+    }
+    return Codec::Unknown;
+}
+
+std::uint32_t below65536(Reader& reader, const Element& e)
+{
+    const auto value = ebml::unsignedInteger(reader, e);
+    require(value < limits::kMaxDimension);
+    return static_cast<std::uint32_t>(value);
+}
+
+class Demuxer {
+public:
+    explicit Demuxer(Reader& reader) : m_reader(reader) {}
+    Index run();
+
+private:
+    void header();
+    void segmentChildren(const Element& segment);
+    std::uint64_t clusterEnd(const Element& cluster, std::uint64_t segmentEnd);
+    void tracks(const Element& tracks);
+    void trackEntry(const Element& entry);
+    void video(const Element& e, Track& track);
+    void colour(const Element& e, Track& track);
+    void audio(const Element& e, Track& track);
+    void clusterTimecodes();
+    void clusterBlocks();
+    void blockGroup(const Element& group, const Cluster& cluster);
+    // key is the BlockGroup's verdict; a SimpleBlock (no verdict) carries it in its flags.
+    void block(const Element& block, const Cluster& cluster, std::optional<std::uint64_t> duration,
+               std::int64_t discardPadding, std::optional<bool> key);
+    std::int64_t trackIndex(std::uint64_t number) const;
+
+    Reader& m_reader;
+    Index m_index;
+    std::vector<Cluster> m_clusters;
+    std::vector<TrackState> m_states;
+    std::vector<std::uint64_t> m_numbers; // every track number seen, to keep them unique
+    bool m_sawVideo = false;
+    bool m_sawAudio = false;
+};
+
+Index Demuxer::run()
+{
+    m_index.format = 1;
+    header();
+    require(!m_index.tracks.empty(), kUnsupported);
+    bool video = false;
+    bool audio = false;
+    for (const auto& t : m_index.tracks)
+        (t.kind == kVideo ? video : audio) = true;
+    // A file whose picture we cannot show is refused rather than played as sound only.
+    require(!m_sawVideo || video, kUnsupported);
+    require(!m_sawAudio || audio, kUnsupported);
+    m_states.resize(m_index.tracks.size());
+    clusterTimecodes();
+    clusterBlocks();
+    return std::move(m_index);
+}
+
+void Demuxer::header()
+{
+    const Element head = ebml::element(m_reader, 0, m_reader.size());
+    require(head.id == mkv::kEbml && !head.unknownSize);
+    std::optional<std::string> docType;
+    for (auto p = head.start; p < head.end;) {
+        const Element e = ebml::element(m_reader, p, head.end);
+        if (e.id == mkv::kDocType) docType = m_reader.text(e.start, e.size(), limits::kMaxDocType);
+        p = e.end;
+    }
+    require(docType.has_value());
+    require(*docType == "matroska" || *docType == "webm", kUnsupported);
+
+    const Element segment = ebml::element(m_reader, head.end, m_reader.size());
+    require(segment.id == mkv::kSegment && segment.end == m_reader.size());
+    segmentChildren(segment);
+}
+
+void Demuxer::segmentChildren(const Element& segment)
+{
+    for (auto p = segment.start; p < segment.end;) {
+        const Element e = ebml::element(m_reader, p, segment.end);
+        switch (e.id) {
+        case mkv::kInfo:
+            for (auto q = e.start; q < e.end;) {
+                const Element c = ebml::element(m_reader, q, e.end);
+                if (c.id == mkv::kTimecodeScale) {
+                    const auto scale = ebml::unsignedInteger(m_reader, c);
+                    require(scale >= 1 && scale <= 1'000'000'000);
+                    m_index.timecodeScale = scale;
+                }
+                q = c.end;
+            }
+            p = e.end;
+            break;
+        case mkv::kTracks:
+            tracks(e);
+            p = e.end;
+            break;
+        case mkv::kCluster: {
+            require(m_clusters.size() < limits::kMaxClusters, kTooLarge);
+            const auto end = e.unknownSize ? clusterEnd(e, segment.end) : e.end;
+            m_clusters.push_back({e.start, end, 0});
+            p = end;
+            break;
+        }
+        default:
+            p = e.end;
+            break;
+        }
+    }
+}
+
+// A cluster of unknown size runs until the next top-level element.
+std::uint64_t Demuxer::clusterEnd(const Element& cluster, std::uint64_t segmentEnd)
+{
+    auto p = cluster.start;
+    while (p < segmentEnd) {
+        const auto id = ebml::vint(m_reader, p, segmentEnd, true);
+        if (isTopLevel(id.value)) return p;
+        p = ebml::element(m_reader, p, segmentEnd).end;
+    }
+    return segmentEnd;
+}
+
+void Demuxer::tracks(const Element& tracks)
+{
+    for (auto p = tracks.start; p < tracks.end;) {
+        const Element e = ebml::element(m_reader, p, tracks.end);
+        if (e.id == mkv::kTrackEntry) trackEntry(e);
+        p = e.end;
+    }
+}
+
+void Demuxer::trackEntry(const Element& entry)
+{
+    Track track;
+    std::uint64_t type = 0;
+    double trackScale = 1.0;
+    std::int64_t trackOffset = 0;
+    bool haveNumber = false;
+    for (auto p = entry.start; p < entry.end;) {
+        const Element e = ebml::element(m_reader, p, entry.end);
+        switch (e.id) {
+        case mkv::kTrackNumber:
+            track.number = ebml::unsignedInteger(m_reader, e);
+            require(track.number >= 1 && track.number <= 2'147'483'647);
+            haveNumber = true;
+            break;
+        case mkv::kTrackType:
+            type = ebml::unsignedInteger(m_reader, e);
+            break;
+        case mkv::kFlagEnabled:
+            track.enabled = ebml::unsignedInteger(m_reader, e) != 0;
+            break;
+        case mkv::kFlagDefault:
+            track.isDefault = ebml::unsignedInteger(m_reader, e) != 0;
+            break;
+        case mkv::kCodecId:
+            track.codecId = m_reader.text(e.start, e.size(), limits::kMaxCodecId);
+            break;
+        case mkv::kCodecPrivate:
+            track.codecPrivate = m_reader.bytes(e.start, e.size());
+            break;
+        case mkv::kLanguage:
+            track.language = m_reader.text(e.start, e.size(), limits::kMaxLanguage);
+            break;
+        case mkv::kName:
+            track.name = m_reader.text(e.start, e.size(), limits::kMaxName);
+            break;
+        case mkv::kDefaultDuration:
+            track.defaultDuration = ebml::unsignedInteger(m_reader, e);
+            break;
+        case mkv::kCodecDelay:
+            track.codecDelay = ebml::unsignedInteger(m_reader, e);
+            require(track.codecDelay <= limits::kMaxDelayNs, kTooLarge);
+            break;
+        case mkv::kTrackTimecodeScale:
+            trackScale = ebml::floating(m_reader, e);
+            break;
+        case mkv::kTrackOffset:
+            trackOffset = ebml::signedInteger(m_reader, e);
+            break;
+        case mkv::kContentEncodings:
+            track.encoded = true;
+            break;
+        case mkv::kVideo:
+            video(e, track);
+            break;
+        case mkv::kAudio:
+            audio(e, track);
+            break;
+        default:
+            break;
+        }
+        p = e.end;
+    }
+    require(haveNumber);
+    for (const auto n : m_numbers)
+        require(n != track.number);
+    m_numbers.push_back(track.number);
+
+    if (type != kVideo && type != kAudio) return;
+    if (!track.enabled) return;
+    track.kind = static_cast<std::uint8_t>(type);
+    (type == kVideo ? m_sawVideo : m_sawAudio) = true;
+    track.codec = codecFor(track.codecId, track.kind);
+    if (track.codec == Codec::Unknown) return;
+    require(!track.encoded, kUnsupported);
+    require(trackScale == 1.0, kUnsupported);
+    require(trackOffset == 0, kUnsupported);
+
+    if (track.codec == Codec::Aac) {
+        try {
+            track.audio = qv_audio::aac(track.codecPrivate);
+        } catch (const qv_audio::Error& error) {
+            if (error.code() == kUnsupported) return; // a profile MP4 cannot carry: skip the track
+            throw;
+        }
+    } else if (track.codec == Codec::Opus) {
+        // Opus always decodes at 48 kHz, whatever the input rate was.
+        track.audio.sampleRate = 48000;
+        track.audio.channels = track.channels;
+        track.audio.bitsPerSample = 16;
+    }
+    require(m_index.tracks.size() < limits::kMaxTracks, kTooLarge);
+    m_index.tracks.push_back(std::move(track));
+}
+
+void Demuxer::video(const Element& v, Track& track)
+{
+    for (auto p = v.start; p < v.end;) {
+        const Element e = ebml::element(m_reader, p, v.end);
+        switch (e.id) {
+        case mkv::kPixelWidth:
+            track.pixelWidth = below65536(m_reader, e);
+            break;
+        case mkv::kPixelHeight:
+            track.pixelHeight = below65536(m_reader, e);
+            break;
+        case mkv::kDisplayWidth:
+            track.displayWidth = below65536(m_reader, e);
+            break;
+        case mkv::kDisplayHeight:
+            track.displayHeight = below65536(m_reader, e);
+            break;
+        case mkv::kDisplayUnit:
+            track.displayUnit = below65536(m_reader, e);
+            break;
+        case mkv::kColour:
+            colour(e, track);
+            break;
+        default:
+            break;
+        }
+        p = e.end;
+    }
+}
+
+void Demuxer::colour(const Element& c, Track& track)
+{
+    for (auto p = c.start; p < c.end;) {
+        const Element e = ebml::element(m_reader, p, c.end);
+        switch (e.id) {
+        case mkv::kMatrixCoefficients:
+            track.colour.matrix = below65536(m_reader, e);
+            break;
+        case mkv::kRange:
+            track.colour.fullRange = below65536(m_reader, e) == 2;
+            break;
+        case mkv::kTransferCharacteristics:
+            track.colour.transfer = below65536(m_reader, e);
+            break;
+        case mkv::kPrimaries:
+            track.colour.primaries = below65536(m_reader, e);
+            break;
+        default:
+            break;
+        }
+        p = e.end;
+    }
+}
+
+void Demuxer::audio(const Element& a, Track& track)
+{
+    track.channels = 1;
+    track.sampleRate = 8000;
+    for (auto p = a.start; p < a.end;) {
+        const Element e = ebml::element(m_reader, p, a.end);
+        if (e.id == mkv::kChannels) {
+            const auto channels = ebml::unsignedInteger(m_reader, e);
+            require(channels >= 1 && channels <= 8);
+            track.channels = static_cast<std::uint32_t>(channels);
+        } else if (e.id == mkv::kSamplingFrequency) {
+            const double rate = ebml::floating(m_reader, e);
+            require(rate >= 8000.0 && rate <= 192000.0);
+            track.sampleRate = static_cast<std::uint32_t>(std::lround(rate));
+        }
+        p = e.end;
+    }
+}
+
+void Demuxer::clusterTimecodes()
+{
+    for (auto& cluster : m_clusters) {
+        for (auto p = cluster.start; p < cluster.end;) {
+            const Element e = ebml::element(m_reader, p, cluster.end);
+            if (e.id == mkv::kTimecode) cluster.timecode = ebml::unsignedInteger(m_reader, e);
+            p = e.end;
+        }
+    }
+}
+
+void Demuxer::clusterBlocks()
+{
+    for (const auto& cluster : m_clusters) {
+        m_reader.check();
+        for (auto p = cluster.start; p < cluster.end;) {
+            const Element e = ebml::element(m_reader, p, cluster.end);
+            if (e.id == mkv::kSimpleBlock)
+                block(e, cluster, std::nullopt, 0, std::nullopt);
+            else if (e.id == mkv::kBlockGroup)
+                blockGroup(e, cluster);
+            p = e.end;
+        }
+    }
+}
+
+void Demuxer::blockGroup(const Element& group, const Cluster& cluster)
+{
+    std::optional<Element> blockElement;
+    std::optional<std::uint64_t> duration;
+    std::int64_t discardPadding = 0;
+    bool referenced = false;
+    for (auto p = group.start; p < group.end;) {
+        const Element e = ebml::element(m_reader, p, group.end);
+        switch (e.id) {
+        case mkv::kBlock:
+            require(!blockElement.has_value());
+            blockElement = e;
+            break;
+        case mkv::kBlockDuration:
+            duration = ebml::unsignedInteger(m_reader, e);
+            break;
+        case mkv::kReferenceBlock:
+            referenced = true;
+            break;
+        case mkv::kDiscardPadding:
+            discardPadding = ebml::signedInteger(m_reader, e);
+            break;
+        case mkv::kCodecState:
+            fail(kUnsupported);
+        default:
+            break;
+        }
+        p = e.end;
+    }
+    require(blockElement.has_value());
+    block(*blockElement, cluster, duration, discardPadding, !referenced);
+}
+
+std::int64_t Demuxer::trackIndex(std::uint64_t number) const
+{
+    for (std::size_t i = 0; i < m_index.tracks.size(); ++i)
+        if (m_index.tracks[i].number == number) return static_cast<std::int64_t>(i);
+    return -1;
+}
+
+void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std::uint64_t> duration,
+                    std::int64_t discardPadding, std::optional<bool> key)
+{
+    const auto number = ebml::vint(m_reader, b.start, b.end, false);
+    const auto found = trackIndex(number.value);
+    if (found < 0) return;
+    Track& track = m_index.tracks[static_cast<std::size_t>(found)];
+    TrackState& state = m_states[static_cast<std::size_t>(found)];
+
+    // DiscardPadding trims the end of a stream, so only a track's last block may carry it.
+    require(discardPadding >= 0 && !state.discardSeen, kUnsupported);
+    require(static_cast<std::uint64_t>(discardPadding) <= limits::kMaxDelayNs, kTooLarge);
+    if (discardPadding > 0) {
+        state.discardSeen = true;
+        track.discardPadding = static_cast<std::uint64_t>(discardPadding);
+    }
+
+    auto p = b.start + number.length;
+    require(p <= b.end && b.end - p >= 3);
+    const auto relative = static_cast<std::int16_t>(m_reader.uintBE(p, 2));
+    const std::uint8_t flags = m_reader.byte(p + 2);
+    const auto frames = splitLaces(m_reader, p + 3, b.end, static_cast<Lacing>((flags >> 1) & 3));
+    const bool isKey = key.has_value() ? *key : (flags & 0x80) != 0;
+
+    const auto scale = static_cast<std::int64_t>(m_index.timecodeScale);
+    require(cluster.timecode <= limits::kMaxClusterTimeNs / m_index.timecodeScale);
+    const std::int64_t ticks = static_cast<std::int64_t>(cluster.timecode) + relative;
+    const std::int64_t maxTicks = std::numeric_limits<std::int64_t>::max() / scale;
+    require(ticks < maxTicks && ticks > -maxTicks);
+
+    const auto count = static_cast<std::uint64_t>(frames.sizes.size());
+    std::uint64_t frameDuration = track.defaultDuration;
+    if (frameDuration == 0 && duration.has_value()) {
+        require(*duration == 0 ||
+                *duration <= std::numeric_limits<std::uint64_t>::max() / m_index.timecodeScale);
+        frameDuration = m_index.timecodeScale * *duration / count;
+    }
+    require(!(track.kind == kVideo && count > 1 && frameDuration == 0), kUnsupported);
+    const std::int64_t start = scale * ticks - static_cast<std::int64_t>(track.codecDelay);
+
+    auto position = frames.dataStart;
+    std::uint64_t pcmBefore = 0;
+    for (std::uint64_t i = 0; i < count; ++i) {
+        const auto size = frames.sizes[i];
+        require(size < limits::kMaxFrameSize + 1, kTooLarge);
+        require(position <= b.end && size <= b.end - position);
+        Sample sample;
+        sample.position = position;
+        sample.size = static_cast<std::uint32_t>(size);
+        sample.key = isKey;
+        if (track.kind == kVideo) {
+            std::int64_t offset = 0;
+            require(!__builtin_mul_overflow(static_cast<std::int64_t>(i),
+                                            static_cast<std::int64_t>(frameDuration), &offset) &&
+                    frameDuration <=
+                        static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
+            require(!__builtin_add_overflow(start, offset, &sample.time));
+        } else {
+            require(size > 0);
+            sample.pcmSamples = qv_audio::audioSamples(m_reader, track, position, size);
+            sample.time = start + static_cast<std::int64_t>(pcmBefore * 1'000'000'000ull /
+                                                            track.audio.sampleRate);
+            pcmBefore += sample.pcmSamples;
+            require(pcmBefore < 9'223'372'037ull);
+        }
+        m_index.append(track, sample);
+        position += size;
+    }
+    require(position == b.end);
+}
+
+} // namespace
+
+bool probeMatroska(Reader& reader)
+{
+    return reader.size() >= 4 && reader.uintBE(0, 4) == mkv::kEbml;
+}
+
+Index matroska(Reader& reader)
+{
+    return Demuxer(reader).run();
+}
+
+} // namespace qv

@@ -1,0 +1,127 @@
+#include "media.h"
+
+#include "failure.h"
+#include "matroska.h"
+#include "movie_writer.h"
+#include "timing.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace qv {
+namespace {
+
+struct Location {
+    std::uint64_t track = 0;
+    std::uint64_t sample = 0;
+    std::uint64_t position = 0;
+};
+
+std::vector<std::uint8_t> fileType()
+{
+    const std::uint8_t bytes[28] = {0,   0,   0,   28,  'f', 't', 'y', 'p', 'i', 's',
+                                    'o', 'm', 0,   0,   2,   0,   'i', 's', 'o', 'm',
+                                    'i', 's', 'o', '6', 'm', 'p', '4', '1'};
+    return {bytes, bytes + sizeof bytes};
+}
+
+Index demux(Reader& reader)
+{
+    if (probeMatroska(reader)) return matroska(reader);
+    // FLV ("FLV" magic) joins here with its own demuxer.
+    fail(kUnsupported);
+}
+
+} // namespace
+} // namespace qv
+
+QVMedia::QVMedia(const char* path, qv::CancelFn cancel, void* context)
+    : reader(path, cancel, context)
+{
+    qv::Index index = qv::demux(reader);
+    qv::require(!index.tracks.empty(), qv::kUnsupported);
+    qv::prepareTracks(reader, index);
+    layout(index);
+    sampleCount = index.sampleCount;
+    format = index.format;
+    timecodeScale = index.timecodeScale;
+    tracks = std::move(index.tracks);
+    // Reads go through the slices alone; the per-sample lists are no longer needed.
+    for (auto& t : tracks) {
+        t.sampleCount = t.samples.size();
+        t.samples = {};
+        t.timing.durations = {};
+        t.timing.compositions = {};
+    }
+}
+
+void QVMedia::layout(qv::Index& index)
+{
+    using namespace qv;
+    std::vector<Location> locations;
+    locations.reserve(index.sampleCount);
+    for (std::size_t t = 0; t < index.tracks.size(); ++t)
+        for (std::size_t s = 0; s < index.tracks[t].samples.size(); ++s)
+            locations.push_back({t, s, index.tracks[t].samples[s].position});
+    // The virtual mdat keeps the source's own interleaving of the tracks.
+    std::sort(locations.begin(), locations.end(),
+              [](const Location& a, const Location& b) { return a.position < b.position; });
+
+    std::vector<std::vector<std::uint64_t>> offsets(index.tracks.size());
+    for (std::size_t t = 0; t < index.tracks.size(); ++t)
+        offsets[t].assign(index.tracks[t].samples.size(), 0);
+
+    const auto ftyp = fileType();
+    const auto measured = writeMovie(index, offsets);
+    const std::uint64_t headerSize = ftyp.size() + measured.size() + 16;
+
+    slices.reserve(locations.size());
+    std::uint64_t cursor = headerSize;
+    for (const auto& l : locations) {
+        const auto sampleSize = index.tracks[l.track].samples[l.sample].size;
+        offsets[l.track][l.sample] = cursor;
+        slices.push_back({cursor, l.position, sampleSize});
+        require(cursor + sampleSize >= cursor);
+        cursor += sampleSize;
+    }
+    locations = {};
+
+    const auto moov = writeMovie(index, offsets);
+    offsets = {};
+    header.reserve(headerSize);
+    header = ftyp;
+    header.insert(header.end(), moov.begin(), moov.end());
+    const std::uint64_t mdatSize = cursor - headerSize + 16;
+    const std::uint8_t mdat[8] = {0, 0, 0, 1, 'm', 'd', 'a', 't'};
+    header.insert(header.end(), mdat, mdat + 8);
+    for (int i = 7; i >= 0; --i)
+        header.push_back(static_cast<std::uint8_t>(mdatSize >> (8 * i)));
+    require(header.size() == headerSize && cursor < ~std::uint64_t(0), kTooLarge);
+    size = cursor;
+    reader.check();
+    reader.dropCache();
+}
+
+void QVMedia::read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t n)
+{
+    using namespace qv;
+    std::uint64_t done = 0;
+    while (done < n) {
+        const std::uint64_t p = offset + done;
+        if (p < header.size()) {
+            const auto count = std::min<std::uint64_t>(header.size() - p, n - done);
+            std::memcpy(buffer + done, header.data() + p, count);
+            done += count;
+            continue;
+        }
+        auto next = std::upper_bound(
+            slices.begin(), slices.end(), p,
+            [](std::uint64_t value, const Slice& s) { return value < s.position; });
+        require(next != slices.begin());
+        const Slice& slice = *(next - 1);
+        require(p - slice.position < slice.size);
+        const auto count = std::min<std::uint64_t>(slice.position + slice.size - p, n - done);
+        reader.copy(slice.source + (p - slice.position), buffer + done, count);
+        done += count;
+    }
+}

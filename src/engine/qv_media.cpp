@@ -1,0 +1,110 @@
+// The flat C boundary: every exception stops here and becomes a return value.
+#include "qv_media.h"
+
+#include "audio/audio_error.h"
+#include "failure.h"
+#include "limits.h"
+#include "media.h"
+#include "transport_stream.h"
+
+#include <new>
+#include <vector>
+
+namespace {
+
+// Runs body and maps whatever it throws to an engine code (0 on success).
+template <typename Body> std::uint32_t guarded(Body&& body) noexcept
+{
+    try {
+        body();
+        return 0;
+    } catch (const qv::Failure& failure) {
+        return failure.code();
+    } catch (const qv_audio::Error& error) {
+        return error.code();
+    } catch (const std::bad_alloc&) {
+        return qv::kTooLarge;
+    } catch (const std::length_error&) {
+        return qv::kTooLarge;
+    } catch (...) {
+        return qv::kInputOutput;
+    }
+}
+
+} // namespace
+
+extern "C" {
+
+QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error)
+{
+    if (error) *error = 0;
+    if (!path) {
+        if (error) *error = qv::kMalformed;
+        return nullptr;
+    }
+    QVMedia* media = nullptr;
+    const auto code = guarded([&] { media = new QVMedia(path, cancel, context); });
+    if (code != 0 && error) *error = code;
+    return code == 0 ? media : nullptr;
+}
+
+void qv_media_close(QVMedia* media)
+{
+    delete media;
+}
+
+uint64_t qv_media_size(const QVMedia* media)
+{
+    return media ? media->size : 0;
+}
+
+uint64_t qv_media_sample_count(const QVMedia* media)
+{
+    return media ? media->sampleCount : 0;
+}
+
+uint32_t qv_media_video_tracks(const QVMedia* media)
+{
+    if (!media) return 0;
+    uint32_t n = 0;
+    for (const auto& t : media->tracks)
+        n += t.kind == qv::kVideo ? 1 : 0;
+    return n;
+}
+
+uint32_t qv_media_audio_tracks(const QVMedia* media)
+{
+    if (!media) return 0;
+    return static_cast<uint32_t>(media->tracks.size()) - qv_media_video_tracks(media);
+}
+
+uint32_t qv_media_format(const QVMedia* media)
+{
+    return media ? media->format : 0;
+}
+
+int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count)
+{
+    if (!media || !buffer || count > qv::limits::kMaxRead || offset > media->size) return -1;
+    std::lock_guard lock(media->mutex);
+    const uint64_t n = std::min(media->size - offset, count);
+    if (n == 0) return 0;
+    const auto code = guarded([&] { media->read(offset, buffer, n); });
+    return code == 0 ? static_cast<int64_t>(n) : -1;
+}
+
+int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context)
+{
+    if (!path) return -1;
+    int32_t result = 0;
+    const auto code = guarded([&] {
+        qv::Reader reader(path, cancel, context);
+        const auto data =
+            reader.bytes(0, std::min<std::uint64_t>(reader.size(), qv::limits::kMaxRead));
+        result = static_cast<int32_t>(qv_transport::presence(data));
+        reader.check();
+    });
+    return code == 0 ? result : -static_cast<int32_t>(code);
+}
+
+} // extern "C"

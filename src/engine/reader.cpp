@@ -1,0 +1,93 @@
+#include "reader.h"
+
+#include "failure.h"
+#include "limits.h"
+
+#include <algorithm>
+#include <filesystem>
+
+namespace qv {
+
+Reader::Reader(const char* path, CancelFn cancel, void* context)
+    : m_cancel(cancel), m_context(context)
+{
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error) || error) fail(kInputOutput);
+    m_stream.open(path, std::ios::in | std::ios::binary);
+    if (!m_stream) fail(kInputOutput);
+    m_stream.seekg(0, std::ios::end);
+    const auto end = m_stream.tellg();
+    if (end < 0) fail(kInputOutput);
+    m_size = static_cast<std::uint64_t>(end);
+    require(m_size >= 1);
+    m_stream.seekg(0, std::ios::beg);
+    if (!m_stream) fail(kInputOutput);
+}
+
+void Reader::check()
+{
+    if (m_cancel && m_cancel(m_context) != 0) fail(kCancelled);
+}
+
+void Reader::copy(std::uint64_t position, std::uint8_t* destination, std::uint64_t n)
+{
+    check();
+    require(position <= m_size && n <= m_size - position);
+    if (n == 0) return;
+    m_stream.clear();
+    m_stream.seekg(static_cast<std::streamoff>(position), std::ios::beg);
+    if (!m_stream) fail(kInputOutput);
+    m_stream.read(reinterpret_cast<char*>(destination), static_cast<std::streamsize>(n));
+    if (static_cast<std::uint64_t>(m_stream.gcount()) != n) fail(kInputOutput);
+}
+
+std::vector<std::uint8_t> Reader::bytes(std::uint64_t position, std::uint64_t n)
+{
+    require(n <= limits::kMaxRead, kTooLarge);
+    require(position <= m_size && n <= m_size - position);
+    std::vector<std::uint8_t> buffer(n);
+    copy(position, buffer.data(), n);
+    return buffer;
+}
+
+std::string Reader::text(std::uint64_t position, std::uint64_t n, std::uint64_t limit)
+{
+    require(n <= limit);
+    const auto raw = bytes(position, n);
+    std::string result(raw.begin(), raw.end());
+    // Matroska strings may be padded with zero bytes.
+    if (const auto zero = result.find('\0'); zero != std::string::npos) result.resize(zero);
+    return result;
+}
+
+std::uint8_t Reader::byte(std::uint64_t position)
+{
+    require(position < m_size);
+    if (m_cacheStart != ~std::uint64_t(0) && position >= m_cacheStart &&
+        position - m_cacheStart < m_cache.size())
+        return m_cache[position - m_cacheStart];
+    const auto length = std::min(m_size - position, limits::kReadAheadWindow);
+    m_cacheStart = ~std::uint64_t(0);
+    m_cache.resize(length);
+    copy(position, m_cache.data(), length);
+    m_cacheStart = position;
+    return m_cache[0];
+}
+
+std::uint64_t Reader::uintBE(std::uint64_t position, std::uint64_t n)
+{
+    require(n >= 1 && n <= 8 && position <= m_size && n <= m_size - position);
+    std::uint64_t value = 0;
+    for (std::uint64_t i = 0; i < n; ++i)
+        value = (value << 8) | byte(position + i);
+    return value;
+}
+
+void Reader::dropCache()
+{
+    m_cacheStart = ~std::uint64_t(0);
+    m_cache.clear();
+    m_cache.shrink_to_fit();
+}
+
+} // namespace qv

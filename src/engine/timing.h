@@ -1,0 +1,14 @@
+#pragma once
+// Track preparation: checks every track, converts sample times to each track's timescale and
+// works out decode durations, composition offsets and the edit that places the track in the movie.
+#include "index.h"
+#include "reader.h"
+
+namespace qv {
+
+void prepareTracks(Reader& reader, Index& index);
+
+// Timescale of a video track for a source with this tick length (nanoseconds).
+std::uint32_t videoTimescale(std::uint64_t tickNs);
+
+} // namespace qv

@@ -1,0 +1,116 @@
+#include "engine/ebml.h"
+#include "engine/failure.h"
+#include "engine/lacing.h"
+#include "engine_test_support.h"
+
+#include <gtest/gtest.h>
+
+using namespace qv_test;
+
+namespace {
+
+std::uint32_t codeOf(auto&& body)
+{
+    try {
+        body();
+    } catch (const qv::Failure& f) {
+        return f.code();
+    }
+    return 0;
+}
+
+} // namespace
+
+TEST(Ebml, VariableLengthIntegers)
+{
+    TempFile file({0x81, 0x40, 0x02, 0x1A, 0x45, 0xDF, 0xA3, 0xFF, 0x7F, 0xFF, 0x00});
+    qv::Reader r(file.path().c_str(), nullptr, nullptr);
+    const auto end = r.size();
+    auto v = qv::ebml::vint(r, 0, end, false);
+    EXPECT_EQ(v.value, 1u);
+    EXPECT_EQ(v.length, 1u);
+    v = qv::ebml::vint(r, 1, end, false);
+    EXPECT_EQ(v.value, 2u);
+    EXPECT_EQ(v.length, 2u);
+    // IDs keep their marker bits.
+    v = qv::ebml::vint(r, 3, end, true);
+    EXPECT_EQ(v.value, 0x1A45DFA3u);
+    // All data bits set: an unknown size, in one byte and in two.
+    EXPECT_TRUE(qv::ebml::vint(r, 7, end, false).unknown);
+    EXPECT_TRUE(qv::ebml::vint(r, 8, end, false).unknown);
+    // A zero first byte (length above 8) and a vint running past end are malformed.
+    EXPECT_EQ(codeOf([&] { qv::ebml::vint(r, 10, end, false); }), qv::kMalformed);
+    EXPECT_EQ(codeOf([&] { qv::ebml::vint(r, 1, 2, false); }), qv::kMalformed);
+}
+
+TEST(Ebml, ElementsStayInsideTheirParent)
+{
+    const auto bytes =
+        cat({el(0x4282, {'w', 'e', 'b', 'm'}), unknownSized(0x1F43B675, {0xE7, 0x81, 0x05})});
+    TempFile file(bytes);
+    qv::Reader r(file.path().c_str(), nullptr, nullptr);
+    const auto a = qv::ebml::element(r, 0, r.size());
+    EXPECT_EQ(a.id, 0x4282u);
+    EXPECT_EQ(a.size(), 4u);
+    EXPECT_FALSE(a.unknownSize);
+    const auto b = qv::ebml::element(r, a.end, r.size());
+    EXPECT_TRUE(b.unknownSize);
+    EXPECT_EQ(b.end, r.size());
+    EXPECT_EQ(qv::ebml::unsignedInteger(r, qv::ebml::element(r, b.start, b.end)), 5u);
+    // The same first element with a parent that ends one byte early does not fit.
+    EXPECT_EQ(codeOf([&] { qv::ebml::element(r, 0, a.end - 1); }), qv::kMalformed);
+}
+
+TEST(Ebml, TypedPayloads)
+{
+    const auto bytes = cat({el(0xB5, {0x47, 0x3B, 0x80, 0x00}),          // 48000.0f
+                            el(0xB5, {0x40, 0xE7, 0x70, 0, 0, 0, 0, 0}), // 48000.0
+                            el(0xB5, {0x47, 0x3B, 0x80}),                // 3 bytes
+                            el(0xFB, {0xFF, 0xFE}), el(0xFB, {}), el(0xD7, {})});
+    TempFile file(bytes);
+    qv::Reader r(file.path().c_str(), nullptr, nullptr);
+    std::vector<qv::ebml::Element> e;
+    for (std::uint64_t p = 0; p < r.size();)
+        e.push_back(qv::ebml::element(r, p, r.size())), p = e.back().end;
+    EXPECT_EQ(qv::ebml::floating(r, e[0]), 48000.0);
+    EXPECT_EQ(qv::ebml::floating(r, e[1]), 48000.0);
+    EXPECT_EQ(codeOf([&] { qv::ebml::floating(r, e[2]); }), qv::kMalformed);
+    EXPECT_EQ(qv::ebml::signedInteger(r, e[3]), -2);
+    EXPECT_EQ(qv::ebml::signedInteger(r, e[4]), 0);
+    // An empty unsigned integer is refused, deliberately stricter than EBML's default of 0.
+    EXPECT_EQ(codeOf([&] { qv::ebml::unsignedInteger(r, e[5]); }), qv::kMalformed);
+}
+
+TEST(Lacing, SplitsXiphFixedAndEbmlLaces)
+{
+    // Xiph: 3 frames of 300, 2 and (rest) 4 bytes.
+    Bytes xiph = {0x02, 0xFF, 0x2D, 0x02};
+    xiph.resize(xiph.size() + 306, 0xAA);
+    // EBML: 4 frames: 10, 12 (+2), 9 (-3), rest 5.
+    Bytes ebmlLace = {0x03, 0x8A, 0xC1, 0xBC};
+    ebmlLace.resize(ebmlLace.size() + 36, 0xBB);
+    Bytes fixed = {0x02};
+    fixed.resize(1 + 9, 0xCC);
+    const auto all = cat({xiph, ebmlLace, fixed});
+    TempFile file(all);
+    qv::Reader r(file.path().c_str(), nullptr, nullptr);
+
+    auto f = qv::splitLaces(r, 0, xiph.size(), qv::Lacing::Xiph);
+    EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{300, 2, 4}));
+    EXPECT_EQ(f.dataStart, 4u);
+
+    const auto e0 = xiph.size();
+    f = qv::splitLaces(r, e0, e0 + ebmlLace.size(), qv::Lacing::Ebml);
+    EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{10, 12, 9, 5}));
+    EXPECT_EQ(f.dataStart, e0 + 4);
+
+    const auto x0 = e0 + ebmlLace.size();
+    f = qv::splitLaces(r, x0, x0 + fixed.size(), qv::Lacing::Fixed);
+    EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{3, 3, 3}));
+    // Nine bytes do not split into two equal frames.
+    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, x0, x0 + fixed.size() - 1, qv::Lacing::Fixed); }),
+              qv::kMalformed);
+    // Lace sizes that add up past the block end are malformed, not wrapped around.
+    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, 0, 200, qv::Lacing::Xiph); }), qv::kMalformed);
+    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, e0, e0 + 20, qv::Lacing::Ebml); }), qv::kMalformed);
+}

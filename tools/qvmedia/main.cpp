@@ -1,0 +1,99 @@
+// qvmedia: the container engine from the command line.
+//   qvmedia info FILE        one JSON object describing the virtual MP4
+//   qvmedia cat FILE [OUT]   the whole virtual MP4, to OUT or standard output
+// A failure prints "error N: <meaning>" on standard error and exits with the engine code N.
+#include "engine/failure.h"
+#include "engine/media.h"
+#include "engine/qv_media.h"
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+int failWith(std::uint32_t code)
+{
+    std::fprintf(stderr, "error %u: %s\n", code, qv::describe(code));
+    return static_cast<int>(code);
+}
+
+struct Closer {
+    void operator()(QVMedia* m) const { qv_media_close(m); }
+};
+using Media = std::unique_ptr<QVMedia, Closer>;
+
+int info(const QVMedia& media)
+{
+    std::printf("{\"format\":\"%s\",\"size\":%llu,\"samples\":%llu,\"videoTracks\":%u,"
+                "\"audioTracks\":%u,\"tracks\":[",
+                qv_media_format(&media) == QV_MEDIA_FORMAT_FLV ? "flv" : "matroska",
+                static_cast<unsigned long long>(qv_media_size(&media)),
+                static_cast<unsigned long long>(qv_media_sample_count(&media)),
+                qv_media_video_tracks(&media), qv_media_audio_tracks(&media));
+    bool first = true;
+    for (const auto& t : media.tracks) {
+        const auto& timing = t.timing;
+        const double seconds =
+            timing.timescale ? double(timing.mediaEnd - timing.mediaStart) / timing.timescale : 0.0;
+        std::printf(
+            "%s{\"kind\":\"%s\",\"codec\":\"%s\",\"timescale\":%u,\"samples\":%llu,\"duration\":%."
+            "6f,"
+            "\"startMs\":%llu,\"default\":%s",
+            first ? "" : ",", t.kind == qv::kVideo ? "video" : "audio", qv::codecName(t.codec),
+            timing.timescale, static_cast<unsigned long long>(t.sampleCount), seconds,
+            static_cast<unsigned long long>(timing.movieOffset), t.isDefault ? "true" : "false");
+        if (t.kind == qv::kVideo)
+            std::printf(",\"width\":%u,\"height\":%u", t.pixelWidth, t.pixelHeight);
+        else
+            std::printf(",\"sampleRate\":%u,\"channels\":%u", t.audio.sampleRate, t.audio.channels);
+        std::printf("}");
+        first = false;
+    }
+    std::printf("]}\n");
+    return 0;
+}
+
+int cat(QVMedia& media, const char* outPath)
+{
+    std::FILE* out = outPath ? std::fopen(outPath, "wb") : stdout;
+    if (!out) return failWith(qv::kInputOutput);
+    std::vector<std::uint8_t> buffer(QV_MEDIA_MAX_READ);
+    const std::uint64_t size = qv_media_size(&media);
+    std::uint64_t offset = 0;
+    int status = 0;
+    while (offset < size) {
+        const auto n = qv_media_read(&media, offset, buffer.data(), buffer.size());
+        if (n <= 0) {
+            status = failWith(qv::kInputOutput);
+            break;
+        }
+        if (std::fwrite(buffer.data(), 1, static_cast<std::size_t>(n), out) !=
+            static_cast<std::size_t>(n)) {
+            status = failWith(qv::kInputOutput);
+            break;
+        }
+        offset += static_cast<std::uint64_t>(n);
+    }
+    if (std::fflush(out) != 0 && status == 0) status = failWith(qv::kInputOutput);
+    if (outPath) std::fclose(out);
+    return status;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc < 3 || (std::strcmp(argv[1], "info") != 0 && std::strcmp(argv[1], "cat") != 0) ||
+        (std::strcmp(argv[1], "info") == 0 && argc != 3) || argc > 4) {
+        std::fprintf(stderr, "usage: qvmedia info FILE\n       qvmedia cat FILE [OUT]\n");
+        return 64;
+    }
+    std::uint32_t code = 0;
+    Media media(qv_media_open(argv[2], nullptr, nullptr, &code));
+    if (!media) return failWith(code);
+    if (std::strcmp(argv[1], "info") == 0) return info(*media);
+    return cat(*media, argc == 4 ? argv[3] : nullptr);
+}
