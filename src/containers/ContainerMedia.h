@@ -1,0 +1,70 @@
+#pragma once
+// One Matroska/WebM or FLV file opened by the container engine, seen as a virtual MP4 file.
+//
+// Opening scans the whole file and blocks for as long as that takes, so it belongs off the GUI
+// thread (openAsync). It is cancelled through a shared flag that the engine polls before every
+// read of the source; a cancelled open throws ContainerCancelled, never a ContainerError. The flag
+// stays attached for the media's whole life, so once it is set every later read fails as well.
+//
+// The media is shared (std::shared_ptr): the last owner closes the engine handle. Reads may come
+// from any thread; the engine serialises them.
+#include "ContainerError.h"
+
+#include <QByteArray>
+#include <QFuture>
+#include <QString>
+#include <QUrl>
+
+#include <atomic>
+#include <memory>
+
+struct QVMedia;
+
+namespace quorvane {
+
+// Set to true to cancel work in flight. Shared, because the engine keeps polling it from whichever
+// thread reads, long after the call that handed it over has returned.
+using CancelFlag = std::shared_ptr<std::atomic_bool>;
+
+class ContainerMedia {
+public:
+    // Largest count that read() accepts.
+    static constexpr quint64 kMaxRead = 1'048'576;
+
+    // Opens a local file. A URL that is not a file URL is ContainerError 2; an engine failure is
+    // ContainerError with the engine's code; a set cancel flag is ContainerCancelled.
+    static std::shared_ptr<ContainerMedia> open(const QUrl& url, CancelFlag cancel = {});
+    static std::shared_ptr<ContainerMedia> open(const QString& path, CancelFlag cancel = {});
+    // open() on the global thread pool. The future's result() rethrows open()'s exceptions.
+    static QFuture<std::shared_ptr<ContainerMedia>> openAsync(const QUrl& url, CancelFlag cancel);
+
+    ~ContainerMedia();
+    ContainerMedia(const ContainerMedia&) = delete;
+    ContainerMedia& operator=(const ContainerMedia&) = delete;
+
+    // The bytes at [offset, offset + count) of the virtual file, shorter at its end (empty exactly
+    // at the end). A count above kMaxRead is ContainerError 1; any engine failure, an offset
+    // beyond the end included, is ContainerError 5. Any thread.
+    QByteArray read(quint64 offset, quint64 count) const;
+
+    quint64 length() const { return m_length; }
+    quint64 sampleCount() const { return m_sampleCount; }
+    quint32 videoTracks() const { return m_videoTracks; }
+    quint32 audioTracks() const { return m_audioTracks; }
+    // "matroska" (Matroska and WebM) or "flv".
+    QString format() const { return m_format; }
+
+private:
+    ContainerMedia(QVMedia* handle, CancelFlag cancel);
+
+    QVMedia* m_handle;
+    // Kept alive here because the engine holds a pointer to the flag until the handle closes.
+    CancelFlag m_cancel;
+    quint64 m_length;
+    quint64 m_sampleCount;
+    quint32 m_videoTracks;
+    quint32 m_audioTracks;
+    QString m_format;
+};
+
+} // namespace quorvane

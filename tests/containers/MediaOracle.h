@@ -1,0 +1,43 @@
+#pragma once
+// Generated container files and the engine tool's view of their virtual MP4 files, the reference
+// every read through the wrapper and the device must match.
+#include <QByteArray>
+#include <QDir>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+
+namespace quorvane::testing {
+
+inline QString fixtureDir()
+{
+    const QByteArray fromEnvironment = qgetenv("QV_FIXTURE_DIR");
+    return fromEnvironment.isEmpty() ? QStringLiteral(QV_TEST_FIXTURE_DIR)
+                                     : QString::fromLocal8Bit(fromEnvironment);
+}
+
+// Matroska, WebM and FLV fixtures, sorted by name.
+inline QStringList containerFixtures()
+{
+    QStringList paths;
+    const QDir dir(fixtureDir());
+    for (const auto& name : dir.entryList({"*.mkv", "*.webm", "*.flv"}, QDir::Files, QDir::Name))
+        paths.append(dir.filePath(name));
+    return paths;
+}
+
+// The whole virtual file as `qvmedia cat` writes it; empty when the tool fails.
+inline QByteArray virtualFileByTool(const QString& path)
+{
+    QTemporaryDir dir;
+    const QString out = dir.filePath(QStringLiteral("virtual.mp4"));
+    QProcess tool;
+    tool.start(QStringLiteral(QV_TEST_QVMEDIA), {QStringLiteral("cat"), path, out});
+    if (!tool.waitForFinished(60000) || tool.exitStatus() != QProcess::NormalExit ||
+        tool.exitCode() != 0)
+        return {};
+    QFile file(out);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace quorvane::testing
