@@ -51,7 +51,10 @@ void writeColr(BoxWriter& w, const Colour& c)
 
 void writePasp(BoxWriter& w, const Track& t)
 {
-    const auto [dw, dh] = displaySize(t);
+    // Any display unit gives the displayed shape, so the ratio comes from the raw values.
+    const bool given = t.displayWidth > 0 && t.displayHeight > 0;
+    const std::uint32_t dw = given ? t.displayWidth : t.pixelWidth;
+    const std::uint32_t dh = given ? t.displayHeight : t.pixelHeight;
     std::uint64_t h = std::uint64_t(dw) * t.pixelHeight;
     std::uint64_t v = std::uint64_t(dh) * t.pixelWidth;
     if (h == 0 || v == 0) h = v = 1;

@@ -1,0 +1,181 @@
+// The flat interface over small hand-built Matroska files: refusals with their codes, the layout
+// of the virtual file and reads across its parts.
+#include "engine/qv_media.h"
+#include "engine_test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+
+using namespace qv_test;
+
+namespace {
+
+std::uint32_t openCode(const Bytes& bytes)
+{
+    TempFile file(bytes);
+    std::uint32_t code = 99;
+    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
+    qv_media_close(media);
+    return code;
+}
+
+// Three AAC frames of distinct bytes in two clusters, the middle one in a BlockGroup.
+Bytes threeFrames(const Bytes& trackExtra = {}, const Bytes& info = {})
+{
+    const Bytes f1(100, 0x11), f2(50, 0x22), f3(70, 0x33);
+    const auto group = el(0xA0, cat({el(0xA1, cat({{0x81, 0, 21, 0}, f2})), uintEl(0x9B, 21, 1)}));
+    return matroskaFile(aacTrack(1, trackExtra),
+                        cat({cluster(0, cat({simpleBlock(0, true, f1), group})),
+                             cluster(43, simpleBlock(0, true, f3))}),
+                        info);
+}
+
+Bytes readAll(QVMedia* media)
+{
+    Bytes out(qv_media_size(media));
+    for (std::uint64_t at = 0; at < out.size();) {
+        const auto n =
+            qv_media_read(media, at, out.data() + at, std::min<std::uint64_t>(out.size() - at, 37));
+        if (n <= 0) return {};
+        at += static_cast<std::uint64_t>(n);
+    }
+    return out;
+}
+
+int cancelAfter(void* context)
+{
+    auto* remaining = static_cast<int*>(context);
+    return (*remaining)-- <= 0 ? 1 : 0;
+}
+
+} // namespace
+
+TEST(Media, RefusesFilesWithTheirCodes)
+{
+    EXPECT_EQ(openCode({}), 1u);                               // empty
+    EXPECT_EQ(openCode({'R', 'I', 'F', 'F', 0, 0, 0, 0}), 2u); // no demuxer
+    EXPECT_EQ(openCode(cat({threeFrames(), {0}})), 1u);        // trailing byte
+    EXPECT_EQ(openCode(threeFrames({}, el(0x1549A966, uintEl(0x2AD7B1, 0)))),
+              1u);                                                       // TimecodeScale 0
+    EXPECT_EQ(openCode(threeFrames(el(0x6D80, {}))), 2u);                // ContentEncodings
+    EXPECT_EQ(openCode(threeFrames(uintEl(0x56AA, 1'000'000'001))), 3u); // CodecDelay > 1 s
+    // DocType neither matroska nor webm; no DocType at all.
+    auto wrongDoc = threeFrames();
+    std::copy_n("wobm", 4, wrongDoc.begin() + 12 + 3 + 8);
+    EXPECT_EQ(openCode(wrongDoc), 2u);
+    EXPECT_EQ(openCode(cat({el(0x1A45DFA3, {}), el(0x18538067, {})})), 1u);
+    // A video track with a codec we do not carry fails the file even with good audio beside it.
+    const auto vp8 = el(0xAE, cat({uintEl(0xD7, 2, 1), uintEl(0x83, 1, 1), textEl(0x86, "V_VP8"),
+                                   el(0xE0, cat({uintEl(0xB0, 64, 2), uintEl(0xBA, 48, 2)}))}));
+    EXPECT_EQ(openCode(matroskaFile(cat({aacTrack(), vp8}),
+                                    cluster(0, simpleBlock(0, true, Bytes(9, 1))))),
+              2u);
+    // A track number used twice.
+    EXPECT_EQ(openCode(matroskaFile(cat({aacTrack(), aacTrack()}),
+                                    cluster(0, simpleBlock(0, true, Bytes(9, 1))))),
+              1u);
+    // DiscardPadding is only allowed on a track's last block.
+    const auto padded = el(0xA0, cat({el(0xA1, {0x81, 0, 0, 0, 7}), el(0x75A2, {0x10})}));
+    EXPECT_EQ(openCode(matroskaFile(aacTrack(),
+                                    cluster(0, cat({padded, simpleBlock(21, true, Bytes(9, 1))})))),
+              2u);
+    // A gap of 100 ms inside an audio track.
+    EXPECT_EQ(openCode(matroskaFile(aacTrack(), cluster(0, cat({simpleBlock(0, true, {1}),
+                                                                simpleBlock(121, true, {2})})))),
+              2u);
+}
+
+TEST(Media, UnknownSizedSegmentAndClusters)
+{
+    const auto file = cat(
+        {ebmlHeader("matroska"),
+         unknownSized(0x18538067,
+                      cat({el(0x1654AE6B, aacTrack()),
+                           unknownSized(0x1F43B675, cat({uintEl(0xE7, 0, 1),
+                                                         simpleBlock(0, true, Bytes(5, 1))})),
+                           unknownSized(0x1F43B675, cat({uintEl(0xE7, 21, 1),
+                                                         simpleBlock(0, true, Bytes(6, 2))}))}))});
+    TempFile f(file);
+    std::uint32_t code = 0;
+    QVMedia* media = qv_media_open(f.path().c_str(), nullptr, nullptr, &code);
+    ASSERT_NE(media, nullptr) << code;
+    EXPECT_EQ(qv_media_sample_count(media), 2u);
+    qv_media_close(media);
+}
+
+TEST(Media, VirtualFileLayoutAndReads)
+{
+    TempFile file(threeFrames());
+    std::uint32_t code = 0;
+    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
+    ASSERT_NE(media, nullptr) << code;
+    EXPECT_EQ(qv_media_format(media), 1u);
+    EXPECT_EQ(qv_media_sample_count(media), 3u);
+    EXPECT_EQ(qv_media_video_tracks(media), 0u);
+    EXPECT_EQ(qv_media_audio_tracks(media), 1u);
+
+    const auto whole = readAll(media);
+    ASSERT_EQ(whole.size(), qv_media_size(media));
+    // ftyp first, then moov, then a 64-bit mdat header right before the samples.
+    EXPECT_EQ(Bytes(whole.begin(), whole.begin() + 12),
+              (Bytes{0, 0, 0, 28, 'f', 't', 'y', 'p', 'i', 's', 'o', 'm'}));
+    EXPECT_EQ(Bytes(whole.begin() + 32, whole.begin() + 36), (Bytes{'m', 'o', 'o', 'v'}));
+    const auto samples = whole.size() - 220;
+    EXPECT_EQ(Bytes(whole.begin() + samples - 16, whole.begin() + samples - 4),
+              (Bytes{0, 0, 0, 1, 'm', 'd', 'a', 't', 0, 0, 0, 0}));
+    EXPECT_EQ(whole[samples - 1], 220 + 16);
+    // The frames follow back to back, in source order.
+    Bytes expected(100, 0x11);
+    expected.insert(expected.end(), 50, 0x22);
+    expected.insert(expected.end(), 70, 0x33);
+    EXPECT_EQ(Bytes(whole.begin() + samples, whole.end()), expected);
+
+    // One read from the header into the samples, and one across all three slices.
+    Bytes piece(40);
+    ASSERT_EQ(qv_media_read(media, samples - 20, piece.data(), piece.size()), 40);
+    EXPECT_EQ(piece, Bytes(whole.begin() + samples - 20, whole.begin() + samples + 20));
+    Bytes across(200);
+    ASSERT_EQ(qv_media_read(media, samples + 10, across.data(), 200), 200);
+    EXPECT_EQ(across, Bytes(whole.begin() + samples + 10, whole.begin() + samples + 210));
+
+    // Boundaries: at the end, past the end, above the cap, no buffer.
+    std::uint8_t byte = 0;
+    const auto size = qv_media_size(media);
+    EXPECT_EQ(qv_media_read(media, size, &byte, 1), 0);
+    EXPECT_EQ(qv_media_read(media, size + 1, &byte, 1), -1);
+    std::vector<std::uint8_t> big(QV_MEDIA_MAX_READ + 1);
+    EXPECT_EQ(qv_media_read(media, 0, big.data(), big.size()), -1);
+    EXPECT_EQ(qv_media_read(media, 0, nullptr, 1), -1);
+    EXPECT_EQ(qv_media_read(media, size - 3, big.data(), QV_MEDIA_MAX_READ), 3);
+    qv_media_close(media);
+
+    EXPECT_EQ(qv_media_size(nullptr), 0u);
+    std::uint32_t nullCode = 0;
+    EXPECT_EQ(qv_media_open(nullptr, nullptr, nullptr, &nullCode), nullptr);
+    EXPECT_EQ(nullCode, 1u);
+}
+
+TEST(Media, CancellationDuringOpenAndLaterReads)
+{
+    TempFile file(threeFrames());
+    int remaining = 0;
+    std::uint32_t code = 0;
+    EXPECT_EQ(qv_media_open(file.path().c_str(), cancelAfter, &remaining, &code), nullptr);
+    EXPECT_EQ(code, 4u);
+
+    remaining = 1'000'000;
+    QVMedia* media = qv_media_open(file.path().c_str(), cancelAfter, &remaining, &code);
+    ASSERT_NE(media, nullptr);
+    std::uint8_t buffer[64];
+    const auto last = qv_media_size(media) - 64;
+    EXPECT_EQ(qv_media_read(media, last, buffer, 64), 64);
+    remaining = 0;
+    EXPECT_EQ(qv_media_read(media, last, buffer, 64), -1);
+    // Header bytes come from memory and need no source read.
+    EXPECT_EQ(qv_media_read(media, 0, buffer, 8), 8);
+    remaining = 10;
+    EXPECT_EQ(qv_media_read(media, last, buffer, 64), 64); // the handle stays usable
+    qv_media_close(media);
+}
