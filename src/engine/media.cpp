@@ -1,6 +1,7 @@
 #include "media.h"
 
 #include "failure.h"
+#include "flv.h"
 #include "matroska.h"
 #include "movie_writer.h"
 #include "timing.h"
@@ -28,7 +29,7 @@ std::vector<std::uint8_t> fileType()
 Index demux(Reader& reader)
 {
     if (probeMatroska(reader)) return matroska(reader);
-    // FLV ("FLV" magic) joins here with its own demuxer.
+    if (probeFlv(reader)) return flv(reader);
     fail(kUnsupported);
 }
 

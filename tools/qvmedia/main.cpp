@@ -1,6 +1,8 @@
 // qvmedia: the container engine from the command line.
 //   qvmedia info FILE        one JSON object describing the virtual MP4
 //   qvmedia cat FILE [OUT]   the whole virtual MP4, to OUT or standard output
+//   qvmedia presence FILE    what a transport stream carries: "audio, video", "audio", "video"
+//                            or "none"
 // A failure prints "error N: <meaning>" on standard error and exits with the engine code N.
 #include "engine/failure.h"
 #include "engine/media.h"
@@ -82,15 +84,32 @@ int cat(QVMedia& media, const char* outPath)
     return status;
 }
 
+int presence(const char* path)
+{
+    const std::int32_t bits = qv_media_transport_presence(path, nullptr, nullptr);
+    if (bits < 0) return failWith(static_cast<std::uint32_t>(-bits));
+    const bool audio = bits & QV_MEDIA_HAS_AUDIO;
+    const bool video = bits & QV_MEDIA_HAS_VIDEO;
+    std::printf("%s\n", audio && video ? "audio, video"
+                        : audio        ? "audio"
+                        : video        ? "video"
+                                       : "none");
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc < 3 || (std::strcmp(argv[1], "info") != 0 && std::strcmp(argv[1], "cat") != 0) ||
-        (std::strcmp(argv[1], "info") == 0 && argc != 3) || argc > 4) {
-        std::fprintf(stderr, "usage: qvmedia info FILE\n       qvmedia cat FILE [OUT]\n");
+    const bool known =
+        argc >= 3 && (std::strcmp(argv[1], "info") == 0 || std::strcmp(argv[1], "cat") == 0 ||
+                      std::strcmp(argv[1], "presence") == 0);
+    if (!known || (std::strcmp(argv[1], "cat") != 0 && argc != 3) || argc > 4) {
+        std::fprintf(stderr, "usage: qvmedia info FILE\n       qvmedia cat FILE [OUT]\n"
+                             "       qvmedia presence FILE\n");
         return 64;
     }
+    if (std::strcmp(argv[1], "presence") == 0) return presence(argv[2]);
     std::uint32_t code = 0;
     Media media(qv_media_open(argv[2], nullptr, nullptr, &code));
     if (!media) return failWith(code);

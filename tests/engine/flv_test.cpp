@@ -1,0 +1,190 @@
+#include "engine/audio/audio_error.h"
+#include "engine/failure.h"
+#include "engine/flv.h"
+#include "engine_test_support.h"
+
+#include <gtest/gtest.h>
+
+using namespace qv_test;
+
+namespace {
+
+// Baseline 320x240 parameter set in a decoder configuration record with one picture set.
+const Bytes kAvcRecord{1,    0x42, 0xc0, 0x0d, 0xff, 0xe1, 0x00, 0x08, 0x67, 0x42, 0xc0, 0x0d,
+                       0xda, 0x05, 0x07, 0xe4, 0x01, 0x00, 0x04, 0x68, 0xce, 0x3c, 0x80};
+const Bytes kAacLc44{0x12, 0x10}; // AAC-LC, 44.1 kHz, stereo
+
+Bytes be(std::uint64_t value, int bytes)
+{
+    Bytes out;
+    for (int i = bytes - 1; i >= 0; --i)
+        out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+    return out;
+}
+
+Bytes header(std::uint8_t flags = 5, std::uint8_t version = 1)
+{
+    return cat({{'F', 'L', 'V', version, flags}, be(9, 4), be(0, 4)});
+}
+
+// One tag with its trailing previous-tag-size field (`sizeSkew` damages that field).
+Bytes tag(std::uint8_t type, std::uint32_t timestamp, const Bytes& data, int sizeSkew = 0)
+{
+    return cat({{type},
+                be(data.size(), 3),
+                be(timestamp & 0xFFFFFF, 3),
+                {std::uint8_t(timestamp >> 24)},
+                be(0, 3),
+                data,
+                be(data.size() + 11 + sizeSkew, 4)});
+}
+
+Bytes videoTag(std::uint32_t ms, std::uint8_t packetType, std::int32_t composition,
+               const Bytes& payload, bool key = true)
+{
+    return tag(9, ms,
+               cat({{std::uint8_t((key ? 0x10 : 0x20) | 7), packetType},
+                    be(composition & 0xFFFFFF, 3),
+                    payload}));
+}
+
+Bytes audioTag(std::uint32_t ms, std::uint8_t packetType, const Bytes& payload,
+               std::uint8_t format = 10)
+{
+    return tag(8, ms, cat({{std::uint8_t(format << 4 | 0x0F), packetType}, payload}));
+}
+
+Bytes script()
+{
+    return tag(18, 0, {0x02, 0x00, 0x0A, 'o', 'n', 'M', 'e', 't', 'a', 'D', 'a', 't', 'a', 0x05});
+}
+
+qv::Index demux(const Bytes& bytes)
+{
+    TempFile file(bytes);
+    qv::Reader reader(file.path().c_str(), nullptr, nullptr);
+    return qv::flv(reader);
+}
+
+std::uint32_t codeOf(const Bytes& bytes)
+{
+    try {
+        demux(bytes);
+    } catch (const qv::Failure& f) {
+        return f.code();
+    } catch (const qv_audio::Error& e) {
+        return e.code();
+    }
+    return 0;
+}
+
+Bytes goodFile()
+{
+    return cat({header(), script(), videoTag(0, 0, 0, kAvcRecord), audioTag(0, 0, kAacLc44),
+                videoTag(0, 1, 0, {0, 0, 0, 2, 0x65, 0x88}), audioTag(0, 1, {0x21, 0x10, 0x04}),
+                videoTag(40, 1, -1, {0, 0, 0, 2, 0x41, 0x9a}, false), script(),
+                videoTag(80, 2, 0, {}), audioTag(23, 1, {0x21, 0x10, 0x05, 0x06})});
+}
+
+} // namespace
+
+TEST(Flv, IndexesAvcAndAac)
+{
+    const Bytes file = goodFile();
+    const qv::Index index = demux(file);
+    EXPECT_EQ(index.format, 2u);
+    ASSERT_EQ(index.tracks.size(), 2u);
+    EXPECT_EQ(index.sampleCount, 4u);
+
+    const qv::Track& video = index.tracks[0];
+    EXPECT_EQ(video.kind, qv::kVideo);
+    EXPECT_EQ(video.codec, qv::Codec::Avc);
+    EXPECT_EQ(video.codecPrivate, kAvcRecord);
+    EXPECT_EQ(video.pixelWidth, 320u);
+    EXPECT_EQ(video.pixelHeight, 240u);
+    ASSERT_EQ(video.samples.size(), 2u);
+    EXPECT_TRUE(video.samples[0].key);
+    EXPECT_FALSE(video.samples[1].key);
+    // A composition time of -1 shows the picture 1 ms before it is decoded.
+    EXPECT_EQ(video.samples[1].decodeTime, 40'000'000);
+    EXPECT_EQ(video.samples[1].time, 39'000'000);
+    // Samples point at the NAL units inside the file, behind the 16 bytes of tag and video header.
+    const auto& first = video.samples[0];
+    EXPECT_EQ(Bytes(file.begin() + first.position, file.begin() + first.position + first.size),
+              (Bytes{0, 0, 0, 2, 0x65, 0x88}));
+
+    const qv::Track& audio = index.tracks[1];
+    EXPECT_EQ(audio.codec, qv::Codec::Aac);
+    EXPECT_EQ(audio.sampleRate, 44100u);
+    EXPECT_EQ(audio.channels, 2u);
+    ASSERT_EQ(audio.samples.size(), 2u);
+    EXPECT_EQ(audio.samples[1].time, 23'000'000);
+    EXPECT_EQ(audio.samples[1].size, 4u);
+    EXPECT_EQ(audio.samples[1].pcmSamples, 1024u);
+    EXPECT_EQ(file[audio.samples[1].position + 2], 0x05);
+}
+
+TEST(Flv, ExtendedTimestampIsTheUpperByte)
+{
+    const Bytes file = cat({header(4), audioTag(0, 0, kAacLc44), audioTag(0x01000010, 1, {0x21})});
+    EXPECT_EQ(demux(file).tracks[0].samples[0].time, 0x01000010LL * 1'000'000);
+}
+
+TEST(Flv, StructuralDamageIsMalformed)
+{
+    const Bytes good = goodFile();
+    EXPECT_EQ(codeOf(Bytes(good.begin(), good.begin() + 12)), 1u);
+    EXPECT_EQ(codeOf(cat({header(5, 2), Bytes(good.begin() + 13, good.end())})), 1u);
+    // Data offsets of 8 and past the end.
+    Bytes lowOffset = good;
+    lowOffset[8] = 8;
+    Bytes farOffset = good;
+    farOffset[5] = 0x7F;
+    EXPECT_EQ(codeOf(lowOffset), 1u);
+    EXPECT_EQ(codeOf(farOffset), 1u);
+    // A previous-tag-size off by one, a truncated last tag, and trailing bytes shorter than a tag.
+    EXPECT_EQ(codeOf(cat({header(), audioTag(0, 0, kAacLc44), tag(8, 0, {0xAF, 1, 0x21}, 1)})), 1u);
+    EXPECT_EQ(codeOf(Bytes(good.begin(), good.end() - 1)), 1u);
+    EXPECT_EQ(codeOf(cat({good, {8, 0, 0}})), 1u);
+    // An AAC packet type other than header or frame.
+    EXPECT_EQ(codeOf(cat({header(4), audioTag(0, 0, kAacLc44), audioTag(0, 2, {0x21})})), 1u);
+    // A parameter set that is not an SPS.
+    Bytes notSps = kAvcRecord;
+    notSps[8] = 0x68;
+    EXPECT_EQ(codeOf(cat({header(1), videoTag(0, 0, 0, notSps), videoTag(0, 1, 0, {1})})), 1u);
+}
+
+TEST(Flv, RefusedContent)
+{
+    const Bytes video = cat({videoTag(0, 0, 0, kAvcRecord), videoTag(0, 1, 0, {1, 2})});
+    const Bytes audio = cat({audioTag(0, 0, kAacLc44), audioTag(0, 1, {0x21})});
+    // MP3 audio beside AVC video refuses the whole file.
+    EXPECT_EQ(codeOf(cat({header(), video, audioTag(0, 1, {0xFF, 0xFB}, 2)})), 2u);
+    // Sorenson H.263 video, and an audio tag too short to name its packet type.
+    EXPECT_EQ(codeOf(cat({header(1), tag(9, 0, {0x12, 0, 0, 0, 0})})), 2u);
+    EXPECT_EQ(codeOf(cat({header(4), tag(8, 0, {0xAF})})), 2u);
+    // A second sequence header of either kind.
+    EXPECT_EQ(codeOf(cat({header(), video, videoTag(0, 0, 0, kAvcRecord), audio})), 2u);
+    EXPECT_EQ(codeOf(cat({header(), video, audio, audioTag(0, 0, kAacLc44)})), 2u);
+    // Unknown AVC packet type.
+    EXPECT_EQ(codeOf(cat({header(1), video, videoTag(0, 3, 0, {})})), 2u);
+    // Announced streams without samples.
+    EXPECT_EQ(codeOf(cat({header(5), video})), 2u);
+    EXPECT_EQ(codeOf(cat({header(5), audio})), 2u);
+    // Pictures without a usable configuration record, and sound without its configuration.
+    EXPECT_EQ(codeOf(cat({header(1), videoTag(0, 1, 0, {1})})), 2u);
+    EXPECT_EQ(codeOf(cat({header(4), audioTag(0, 1, {0x21})})), 2u);
+    // An AAC configuration the MP4 side cannot carry (AAC Main).
+    EXPECT_EQ(codeOf(cat({header(4), audioTag(0, 0, {0x0A, 0x10}), audioTag(0, 1, {0x21})})), 2u);
+}
+
+TEST(Flv, UnannouncedStreamsAreOptional)
+{
+    // A header that announces nothing: whatever has samples becomes a track; sequence headers
+    // without samples leave nothing behind.
+    const auto index = demux(cat({header(0), script(), audioTag(0, 0, kAacLc44),
+                                  videoTag(0, 0, 0, kAvcRecord), audioTag(0, 1, {0x21})}));
+    ASSERT_EQ(index.tracks.size(), 1u);
+    EXPECT_EQ(index.tracks[0].codec, qv::Codec::Aac);
+    EXPECT_TRUE(demux(cat({header(0), script()})).tracks.empty());
+}
