@@ -3,6 +3,7 @@
 #include "ContainerAsset.h"
 #include "ContainerMedia.h"
 #include "MediaOracle.h"
+#include "TransportStreams.h"
 
 #include <QRandomGenerator>
 #include <QRegularExpression>
@@ -41,6 +42,7 @@ private slots:
     void deviceIdentity();
     void invalidateFailsLaterAndRunningReads();
     void cancelFlagStaysAttachedAfterOpening();
+    void transportStreamPresenceMatchesFfprobe();
 
 private:
     QList<Opened> m_files;
@@ -226,6 +228,25 @@ void ContainerAssetTest::cancelFlagStaysAttachedAfterOpening()
         QFAIL("a read after cancelling succeeded");
     } catch (const ContainerError& error) {
         QCOMPARE(error.code(), 5);
+    }
+}
+
+void ContainerAssetTest::transportStreamPresenceMatchesFfprobe()
+{
+    const QDir dir(fixtureDir());
+    const QStringList streams = dir.entryList({"*.ts"}, QDir::Files, QDir::Name);
+    if (streams.isEmpty()) QSKIP("no transport-stream fixtures");
+    for (const auto& name : streams) {
+        QProcess probe;
+        probe.start(QStringLiteral("ffprobe"), {"-v", "error", "-show_entries", "stream=codec_type",
+                                                "-of", "csv=p=0", dir.filePath(name)});
+        QVERIFY(probe.waitForFinished(30000));
+        const QString types = QString::fromUtf8(probe.readAllStandardOutput());
+        if (probe.exitCode() != 0)
+            continue; // not a stream ffprobe understands; the engine's own tests cover those
+        const auto presence = TransportStreams::inspect(dir.filePath(name));
+        QVERIFY2(presence.hasAudio == types.contains(QLatin1String("audio")), qPrintable(name));
+        QVERIFY2(presence.hasVideo == types.contains(QLatin1String("video")), qPrintable(name));
     }
 }
 

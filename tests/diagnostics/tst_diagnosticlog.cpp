@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -63,6 +64,7 @@ private slots:
     void storageFailureIsReportedAndRecordingGoesOn();
     void concurrentRecordsAreAllKept();
     void supportMetadataIsSafe();
+    void sharedLogLivesUnderTheDataDirectory();
 };
 
 void DiagnosticLogTest::safeTextRuleGuardsEveryStoredText()
@@ -310,6 +312,29 @@ void DiagnosticLogTest::supportMetadataIsSafe()
                 .hasMatch());
     for (const auto& value : metadata)
         QVERIFY2(DiagnosticLog::isSafe(value), qPrintable(value));
+}
+
+void DiagnosticLogTest::sharedLogLivesUnderTheDataDirectory()
+{
+    QStandardPaths::setTestModeEnabled(true);
+    const QString path = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                         QStringLiteral("/Quorvane Player/Logs/diagnostics.json");
+    QFile::remove(path);
+
+    auto& shared = quorvane::SupportDiagnostics::log();
+    QCOMPARE(shared.filePath(), path);
+    shared.record(QStringLiteral("media.open"), {{"ext", "webm"}});
+    QVERIFY(QFileInfo::exists(path));
+    QCOMPARE(posixMode(path), 0600);
+
+    const QString report = quorvane::SupportDiagnostics::report();
+    const QString header = report.section(QLatin1Char('\n'), 0, 0);
+    static const QRegularExpression expected(QStringLiteral(
+        "^Diagnostics v1 app=QuorvanePlayer arch=\\S+ build=\\S+ os=\\d+\\.\\d+\\.\\d+ "
+        "version=\\S+ storage=ok$"));
+    QVERIFY2(expected.match(header).hasMatch(), qPrintable(header));
+    QVERIFY(report.section(QLatin1Char('\n'), 1).endsWith(QStringLiteral(" media.open ext=webm")));
+    QFile::remove(path);
 }
 
 QTEST_GUILESS_MAIN(DiagnosticLogTest)
