@@ -51,6 +51,15 @@ void PlaybackRouter::open(const QUrl& url)
     advance(kFileFormatNotRecognized);
 }
 
+std::optional<QString> PlaybackRouter::firstSlotFor(const QUrl& url) const
+{
+    if (!url.isLocalFile()) return std::nullopt;
+    for (const PlaybackSlot& slot : m_slots) {
+        if (slot.accepts && slot.make && slot.accepts(url)) return slot.id;
+    }
+    return std::nullopt;
+}
+
 void PlaybackRouter::advance(qint64 lastError)
 {
     abandonActive();

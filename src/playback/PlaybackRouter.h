@@ -44,6 +44,9 @@ public:
     // A plain container; the active backend's own item is placed inside and fills it.
     QQuickItem* videoView() override { return m_videoView.get(); }
 
+    // The id of the first slot that accepts `url`: the backend an open would try first.
+    std::optional<QString> firstSlotFor(const QUrl& url) const;
+
     // Introspection for the model's diagnostics and for tests.
     PlaybackBackend* active() const { return m_active.get(); }
     std::optional<QString> activeSlotID() const { return m_activeSlotID; }

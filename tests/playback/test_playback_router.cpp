@@ -86,6 +86,8 @@ private slots:
     void onlyCandidateFailureReachesOwner()
     {
         Harness h;
+        QCOMPARE(h.router->firstSlotFor(QUrl::fromLocalFile("/media/film.mkv")), "native");
+        QCOMPARE(h.router->firstSlotFor(QUrl("https://example.com/a.webm")), std::nullopt);
         h.router->open(QUrl::fromLocalFile("/media/film.mkv"));
         QCOMPARE(h.made.size(), 1);
         QCOMPARE(h.router->activeSlotID(), QStringLiteral("native"));

@@ -1,0 +1,115 @@
+// Arrow keys against a loaded player: tap versus hold at the threshold, the boost while held and
+// the exact speed afterwards, and keys that are not the held one.
+#include "ArrowKeyPlayback.h"
+#include "support/PlayerFixture.h"
+
+#include <QTest>
+
+using namespace quorvane;
+using quorvane::testing::PlayerFixture;
+
+class ArrowKeysTest : public QObject {
+    Q_OBJECT
+private slots:
+    void tapSeeksHoldDoesNot()
+    {
+        PlayerFixture f;
+        f.load(f.file("a.mp4"), 100);
+        f.player->seek(50);
+        ArrowKeyPlayback keys(f.player.get());
+
+        QVERIFY(keys.keyDown(ArrowKeyPlayback::kRightArrow, 10.0));
+        QCOMPARE(keys.release(ArrowKeyPlayback::kRightArrow, 10.349), 5.0);
+        QCOMPARE(f.player->position(), 55.0);
+        QVERIFY(!keys.key());
+
+        keys.keyDown(ArrowKeyPlayback::kRightArrow, 20.0);
+        QCOMPARE(keys.release(ArrowKeyPlayback::kRightArrow, 20.35), std::nullopt);
+        QCOMPARE(f.player->position(), 55.0);
+
+        // The threshold holds on a large time base too, where differences carry rounding.
+        keys.keyDown(ArrowKeyPlayback::kRightArrow, 86400.0);
+        QCOMPARE(keys.release(ArrowKeyPlayback::kRightArrow, 86400.349), 5.0);
+        keys.keyDown(ArrowKeyPlayback::kRightArrow, 86401.0);
+        QCOMPARE(keys.release(ArrowKeyPlayback::kRightArrow, 86401.35), std::nullopt);
+        QCOMPARE(f.player->position(), 60.0);
+
+        // A tap near the start stops at 0.
+        f.player->seek(3);
+        keys.keyDown(ArrowKeyPlayback::kLeftArrow, 30.0);
+        QCOMPARE(keys.release(ArrowKeyPlayback::kLeftArrow, 30.1), -5.0);
+        QCOMPARE(f.player->position(), 0.0);
+    }
+
+    void otherKeysDoNotReleaseTheHeldOne()
+    {
+        PlayerFixture f;
+        f.load(f.file("a.mp4"), 100);
+        ArrowKeyPlayback keys(f.player.get());
+        QCOMPARE(keys.release(ArrowKeyPlayback::kLeftArrow, 1.0), std::nullopt);
+
+        keys.keyDown(ArrowKeyPlayback::kLeftArrow, 1.0);
+        keys.keyDown(ArrowKeyPlayback::kLeftArrow, 1.2);  // auto-repeat
+        keys.keyDown(ArrowKeyPlayback::kRightArrow, 1.3); // second arrow
+        QCOMPARE(keys.started(), 1.0);
+        QCOMPARE(keys.release(ArrowKeyPlayback::kRightArrow, 1.4), std::nullopt);
+        QCOMPARE(keys.key(), ArrowKeyPlayback::kLeftArrow);
+        QVERIFY(keys.isTimerActive());
+        QVERIFY(f.backend->seeks.isEmpty());
+        keys.cancel();
+        QVERIFY(!keys.key());
+        QVERIFY(!keys.isTimerActive());
+    }
+
+    void holdBoostsUntilReleaseAndRestoresTheSpeed()
+    {
+        PlayerFixture f;
+        f.load(f.file("a.mp4"), 100);
+        f.player->setBaseSpeed(1.25);
+        f.player->setHoldMultiplier(3);
+        ArrowKeyPlayback keys(f.player.get());
+
+        keys.keyDown(ArrowKeyPlayback::kRightArrow, 5.0);
+        keys.tick(5.3);
+        QVERIFY(!f.player->isBoosting());
+        keys.tick(5.35);
+        QVERIFY(f.player->isBoosting());
+        QCOMPARE(f.player->speed(), 3.75);
+        keys.tick(5.4); // already boosting
+        QCOMPARE(f.player->speed(), 3.75);
+        QCOMPARE(keys.release(ArrowKeyPlayback::kRightArrow, 7.0), std::nullopt);
+        QVERIFY(!f.player->isBoosting());
+        QVERIFY(!f.player->showingBoost());
+        QCOMPARE(f.player->speed(), 1.25);
+        QCOMPARE(f.backend->rates.last(), 1.25);
+        QVERIFY(f.backend->seeks.isEmpty());
+
+        // The real timer gets there on its own.
+        keys.keyDown(ArrowKeyPlayback::kLeftArrow, 100.0);
+        QTRY_VERIFY_WITH_TIMEOUT(f.player->isBoosting(), 2000);
+        keys.cancel();
+        QCOMPARE(f.player->speed(), 1.25);
+    }
+
+    void upDownVolumeAndReturnToggles()
+    {
+        PlayerFixture f;
+        f.load(f.file("a.mp4"), 100);
+        ArrowKeyPlayback keys(f.player.get());
+        keys.keyDown(ArrowKeyPlayback::kUpArrow, 1);
+        QCOMPARE(f.player->volume(), 85.0);
+        QVERIFY(f.player->showingVolume());
+        keys.keyDown(ArrowKeyPlayback::kDownArrow, 2);
+        keys.keyDown(ArrowKeyPlayback::kDownArrow, 3);
+        QCOMPARE(f.player->volume(), 75.0);
+        QVERIFY(!f.player->paused());
+        keys.keyDown(ArrowKeyPlayback::kReturn, 4);
+        QVERIFY(f.player->paused());
+        keys.keyDown(ArrowKeyPlayback::kKeypadEnter, 5);
+        QVERIFY(!f.player->paused());
+        QVERIFY(!keys.keyDown(49, 6)); // space is not ours
+    }
+};
+
+QTEST_MAIN(ArrowKeysTest)
+#include "test_arrow_keys.moc"
