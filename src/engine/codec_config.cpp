@@ -1,8 +1,12 @@
 #include "codec_config.h"
 
+#include "audio/ac3.h"
 #include "audio/bits.h"
+#include "audio/flac.h"
+#include "audio/mpeg_audio.h"
 #include "audio/opus.h"
 #include "failure.h"
+#include "limits.h"
 
 #include <algorithm>
 
@@ -86,6 +90,16 @@ std::vector<std::uint8_t> vp9Config(const std::vector<std::uint8_t>& firstBytes,
     return out;
 }
 
+namespace {
+
+std::vector<std::uint8_t> firstFrame(Reader& reader, const Track& track, std::uint64_t limit)
+{
+    const auto& first = track.samples.front();
+    return reader.bytes(first.position, std::min<std::uint64_t>(first.size, limit));
+}
+
+} // namespace
+
 void prepareCodecConfig(Reader& reader, Track& track)
 {
     switch (track.codec) {
@@ -118,6 +132,29 @@ void prepareCodecConfig(Reader& reader, Track& track)
     case Codec::Aac: {
         // The esds descriptor is built by the movie writer around the AudioSpecificConfig.
         track.config = track.codecPrivate;
+        break;
+    }
+    case Codec::Flac: {
+        auto flac = qv_audio::flacConfiguration(track.codecPrivate);
+        track.config = std::move(flac.dfla);
+        break;
+    }
+    case Codec::Ac3: {
+        const auto frame = qv_audio::ac3Frame(firstFrame(reader, track, 16));
+        track.audio = {frame.sampleRate, frame.channels, frame.samplesPerFrame, 16};
+        track.config.assign(frame.dac3.begin(), frame.dac3.end());
+        break;
+    }
+    case Codec::Eac3: {
+        // dec3 describes every substream of the access unit, so the whole first frame is read.
+        const auto frame = qv_audio::eac3Frame(firstFrame(reader, track, limits::kMaxRead));
+        track.audio = {frame.sampleRate, frame.channels, frame.samplesPerFrame, 16};
+        track.config = frame.dec3;
+        break;
+    }
+    case Codec::Mp3: {
+        const auto frame = qv_audio::mpegAudioFrame(firstFrame(reader, track, 4));
+        track.audio = {frame.sampleRate, frame.channels, frame.samplesPerFrame, 16};
         break;
     }
     default:

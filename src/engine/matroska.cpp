@@ -2,6 +2,7 @@
 
 #include "audio/aac.h"
 #include "audio/audio_samples.h"
+#include "audio/flac.h"
 #include "ebml.h"
 #include "failure.h"
 #include "lacing.h"
@@ -54,7 +55,10 @@ Codec codecFor(const std::string& id, std::uint8_t kind)
     } else {
         if (id == "A_AAC") return Codec::Aac;
         if (id == "A_OPUS") return Codec::Opus;
-        // A_AC3, A_EAC3, A_FLAC and A_MPEG/L3 join once their frame parsers exist.
+        if (id == "A_FLAC") return Codec::Flac;
+        if (id == "A_AC3") return Codec::Ac3;
+        if (id == "A_EAC3") return Codec::Eac3;
+        if (id == "A_MPEG/L3") return Codec::Mp3;
     }
     return Codec::Unknown;
 }
@@ -279,6 +283,16 @@ void Demuxer::trackEntry(const Element& entry)
         track.audio.sampleRate = 48000;
         track.audio.channels = track.channels;
         track.audio.bitsPerSample = 16;
+    } else if (track.codec == Codec::Flac) {
+        // The stream information is authoritative; the container's rate may be rounded or absent.
+        const auto info = qv_audio::flacConfiguration(track.codecPrivate).info;
+        track.sampleRate = info.sampleRate;
+        track.audio = {info.sampleRate, info.channels, 0, info.bitsPerSample};
+    } else {
+        // AC-3, E-AC-3 and MP3 describe themselves in every frame; until the first frame is read
+        // (when the track is prepared) the container's values stand in.
+        // Matroska's default rate stands in when the Audio element is missing.
+        track.audio = {track.sampleRate > 0 ? track.sampleRate : 8000, track.channels, 0, 16};
     }
     require(m_index.tracks.size() < limits::kMaxTracks, kTooLarge);
     m_index.tracks.push_back(std::move(track));

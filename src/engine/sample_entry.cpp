@@ -155,7 +155,8 @@ void writeAudioEntry(BoxWriter& w, const Track& t)
     w.u16(1);
     w.zeros(8);
     w.u16(t.audio.channels);
-    w.u16(16);
+    // FLAC's entry carries the stream's real sample size; the others decode to 16 bits.
+    w.u16(t.codec == Codec::Flac ? t.audio.bitsPerSample : 16);
     w.zeros(4);
     w.u32(t.audio.sampleRate <= 0xFFFF ? t.audio.sampleRate << 16 : 0);
     switch (t.codec) {
@@ -167,6 +168,23 @@ void writeAudioEntry(BoxWriter& w, const Track& t)
         w.bytes(t.config);
         break;
     }
+    case Codec::Flac: {
+        auto dfla = w.full("dfLa", 0, 0);
+        w.bytes(t.config);
+        break;
+    }
+    case Codec::Ac3: {
+        auto dac3 = w.box("dac3");
+        w.bytes(t.config);
+        break;
+    }
+    case Codec::Eac3: {
+        auto dec3 = w.box("dec3");
+        w.bytes(t.config);
+        break;
+    }
+    case Codec::Mp3:
+        break; // ".mp3" describes itself in every frame header
     default:
         fail(kUnsupported);
     }

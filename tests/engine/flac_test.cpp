@@ -89,6 +89,14 @@ TEST(Flac, DamagedConfigurationsAreMalformed)
     };
     for (std::size_t i = 0; i < cases.size(); ++i)
         EXPECT_EQ(codeOf([&] { flacConfiguration(cases[i]); }), 1u) << "case " << i;
+
+    // 24-bit samples are carried, 32-bit ones are refused rather than left to fail in a decoder.
+    Bytes wide = kStreamInfo;
+    wide[12] = (wide[12] & 0xFE) | 1; // bits per sample - 1: 0b10111 (24)
+    wide[13] = (wide[13] & 0x0F) | 0x70;
+    EXPECT_EQ(flacConfiguration(block(0, wide)).info.bitsPerSample, 24u);
+    wide[13] |= 0x80; // 0b11111: 32 bits
+    EXPECT_EQ(codeOf([&] { flacConfiguration(block(0, wide)); }), 2u);
 }
 
 TEST(Flac, FrameHeaderSamples)

@@ -157,6 +157,26 @@ Ac3Frame ac3Frame(std::span<const std::uint8_t> frame)
     return result;
 }
 
+std::uint32_t eac3FrameSamples(std::span<const std::uint8_t> frame)
+{
+    Cursor bits(frame);
+    if (bits.bits(16) != kSyncWord) fail(1);
+    bits.skip(16); // stream type, substream, frame size
+    if (bits.bits(2) == 3) {
+        if (bits.bits(2) == 3) fail(1);
+        bits.skip(4);
+    } else {
+        const auto blockCode = static_cast<unsigned>(bits.bits(2));
+        bits.skip(4);
+        const auto bsid = bits.bits(5);
+        if (bsid <= 10 || bsid > 16) fail(2);
+        return 256 * kBlocks[blockCode];
+    }
+    const auto bsid = bits.bits(5);
+    if (bsid <= 10 || bsid > 16) fail(2);
+    return 256 * 6;
+}
+
 Eac3Frame eac3Frame(std::span<const std::uint8_t> frame)
 {
     struct Independent {

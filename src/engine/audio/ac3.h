@@ -34,4 +34,8 @@ struct Eac3Frame {
 // damaged frames, Error(2) for bitstream versions outside E-AC-3.
 Eac3Frame eac3Frame(std::span<const std::uint8_t> frame);
 
+// Samples per channel that the E-AC-3 access unit starting with these bytes decodes to (from the
+// first sync frame's header alone; at least 5 bytes are needed).
+std::uint32_t eac3FrameSamples(std::span<const std::uint8_t> frame);
+
 } // namespace qv_audio

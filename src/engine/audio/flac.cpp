@@ -30,6 +30,8 @@ FlacStreamInfo readStreamInfo(std::span<const std::uint8_t> body)
     if (info.minBlockSize < 16 || info.maxBlockSize < info.minBlockSize) fail(1);
     if (info.sampleRate == 0) fail(1);
     if (info.bitsPerSample < 4) fail(1);
+    // 32-bit samples are a late addition to the format that platform decoders do not take.
+    if (info.bitsPerSample > 24) fail(2);
     return info;
 }
 

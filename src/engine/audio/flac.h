@@ -25,7 +25,7 @@ struct FlacConfiguration {
 
 // Parses codec private data: the "fLaC" marker (optional, as some muxers leave it out) followed by
 // metadata blocks, the first being STREAMINFO. Throws Error(1) for truncated or inconsistent
-// blocks, Error(2) for streams the MP4 side cannot carry.
+// blocks, Error(2) for streams the MP4 side cannot carry (samples wider than 24 bits).
 FlacConfiguration flacConfiguration(std::span<const std::uint8_t> codecPrivate);
 
 // Samples per channel in the frame that starts with the given bytes. The header's CRC-8 is
