@@ -16,13 +16,16 @@ inline QString fixtureDir()
                                      : QString::fromLocal8Bit(fromEnvironment);
 }
 
-// Matroska, WebM and FLV fixtures, sorted by name.
+// Matroska, WebM and FLV fixtures: the shared set, then the large file of these tests.
 inline QStringList containerFixtures()
 {
     QStringList paths;
-    const QDir dir(fixtureDir());
-    for (const auto& name : dir.entryList({"*.mkv", "*.webm", "*.flv"}, QDir::Files, QDir::Name))
-        paths.append(dir.filePath(name));
+    for (const QDir dir :
+         {QDir(fixtureDir()), QDir(fixtureDir() + QStringLiteral("/containers"))}) {
+        for (const auto& name :
+             dir.entryList({"*.mkv", "*.mka", "*.webm", "*.flv"}, QDir::Files, QDir::Name))
+            paths.append(dir.filePath(name));
+    }
     return paths;
 }
 
