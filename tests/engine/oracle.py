@@ -55,12 +55,19 @@ def seconds(packet, stream):
     return Fraction(int(packet['pts'])) * Fraction(stream['time_base'])
 
 
+def origin(streams, packets):
+    times = [seconds(p, s) for s in streams for p in packets[s['index']]]
+    return min((t for t in times if t is not None), default=Fraction(0))
+
+
 def compare(name, source, output):
     src_streams, src_packets = probe(source)
     out_streams, out_packets = probe(output)
     if [s['codec_name'] for s in src_streams] != [s['codec_name'] for s in out_streams]:
         fail(name, f"streams differ: {[s['codec_name'] for s in src_streams]} vs {[s['codec_name'] for s in out_streams]}")
         return
+    # The movie starts at its earliest sample, so times are compared from each file's first one.
+    src_origin, out_origin = origin(src_streams, src_packets), origin(out_streams, out_packets)
     for s, o in zip(src_streams, out_streams):
         a, b = src_packets[s['index']], out_packets[o['index']]
         kind = s['codec_type']
@@ -88,6 +95,7 @@ def compare(name, source, output):
             t0, t1 = seconds(p, s), seconds(q, o)
             if t0 is None or t1 is None:
                 continue
+            t0, t1 = t0 - src_origin, t1 - out_origin
             if kind == 'video':
                 tolerance = tick + Fraction(1, 90000)
             else:
