@@ -1,6 +1,8 @@
 #pragma once
-// Generated container files and the engine tool's view of their virtual MP4 files, the reference
-// every read through the wrapper and the device must match.
+// Generated container files, the engine tool's view of their virtual MP4 files (the reference
+// every read through the wrapper and the device must match), and how a piece of work ended.
+#include "ContainerError.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QProcess>
@@ -41,6 +43,20 @@ inline QByteArray virtualFileByTool(const QString& path)
         return {};
     QFile file(out);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// How `work` ended: 0 when it returned, the ContainerError's code, kCancelled for a cancellation.
+inline constexpr qint32 kCancelled = -4;
+template <typename Work> qint32 outcome(Work work)
+{
+    try {
+        work();
+    } catch (const ContainerError& error) {
+        return error.code();
+    } catch (const ContainerCancelled&) {
+        return kCancelled;
+    }
+    return 0;
 }
 
 } // namespace quorvane::testing
