@@ -37,30 +37,6 @@ BoxWriter::Scope BoxWriter::full(std::string_view type, std::uint8_t version, st
     return scope;
 }
 
-void BoxWriter::u16(std::uint32_t v)
-{
-    u8(v >> 8);
-    u8(v);
-}
-
-void BoxWriter::u24(std::uint32_t v)
-{
-    u8(v >> 16);
-    u16(v);
-}
-
-void BoxWriter::u32(std::uint32_t v)
-{
-    u16(v >> 16);
-    u16(v);
-}
-
-void BoxWriter::u64(std::uint64_t v)
-{
-    u32(static_cast<std::uint32_t>(v >> 32));
-    u32(static_cast<std::uint32_t>(v));
-}
-
 void BoxWriter::fourcc(std::string_view type)
 {
     assert(type.size() == 4);

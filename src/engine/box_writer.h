@@ -33,10 +33,12 @@ public:
     [[nodiscard]] Scope full(std::string_view type, std::uint8_t version, std::uint32_t flags);
 
     void u8(std::uint32_t v) { m_data.push_back(static_cast<std::uint8_t>(v)); }
-    void u16(std::uint32_t v);
-    void u24(std::uint32_t v);
-    void u32(std::uint32_t v);
-    void u64(std::uint64_t v);
+    void u16(std::uint32_t v) { put(v, 2); }
+    void u24(std::uint32_t v) { put(v, 3); }
+    void u32(std::uint32_t v) { put(v, 4); }
+    void u64(std::uint64_t v) { put(v, 8); }
+    // Room for n more bytes, to spare reallocations in large tables.
+    void reserve(std::size_t n) { m_data.reserve(m_data.size() + n); }
     void fourcc(std::string_view type);
     void zeros(std::size_t n) { m_data.insert(m_data.end(), n, 0); }
     void bytes(const std::vector<std::uint8_t>& data)
@@ -52,6 +54,14 @@ public:
     std::vector<std::uint8_t> take();
 
 private:
+    void put(std::uint64_t v, unsigned bytes)
+    {
+        const auto at = m_data.size();
+        m_data.resize(at + bytes);
+        for (unsigned i = 0; i < bytes; ++i)
+            m_data[at + i] = static_cast<std::uint8_t>(v >> (8 * (bytes - 1 - i)));
+    }
+
     std::vector<std::uint8_t> m_data;
     std::vector<std::size_t> m_open; // starts of the boxes not yet closed, innermost last
     bool m_overflow = false;

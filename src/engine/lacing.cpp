@@ -6,14 +6,15 @@
 
 namespace qv {
 
-Frames splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lacing lacing)
+void splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lacing lacing,
+                Frames& frames)
 {
     require(position <= end);
-    Frames frames;
+    frames.sizes.clear();
     if (lacing == Lacing::None) {
         frames.dataStart = position;
         frames.sizes.push_back(end - position);
-        return frames;
+        return;
     }
     require(position < end);
     const std::uint64_t count = std::uint64_t(reader.byte(position)) + 1;
@@ -57,12 +58,11 @@ Frames splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lac
         require(rest % count == 0);
         frames.dataStart = position;
         frames.sizes.assign(count, rest / count);
-        return frames;
+        return;
     }
     require(position <= end && laced <= end - position);
     frames.dataStart = position;
     frames.sizes.push_back(end - position - laced);
-    return frames;
 }
 
 } // namespace qv

@@ -14,7 +14,16 @@ struct Frames {
     std::vector<std::uint64_t> sizes; // one per frame; they end exactly at the block's end
 };
 
-// position is the first byte after the block's flags; end is the block's end.
-Frames splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lacing lacing);
+// position is the first byte after the block's flags; end is the block's end. frames is
+// overwritten (its storage is reused from block to block).
+void splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lacing lacing,
+                Frames& frames);
+
+inline Frames splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lacing lacing)
+{
+    Frames frames;
+    splitLaces(reader, position, end, lacing, frames);
+    return frames;
+}
 
 } // namespace qv

@@ -84,7 +84,6 @@ private:
     void video(const Element& e, Track& track);
     void colour(const Element& e, Track& track);
     void audio(const Element& e, Track& track);
-    void clusterTimecodes();
     void clusterBlocks();
     void blockGroup(const Element& group, const Cluster& cluster);
     // key is the BlockGroup's verdict; a SimpleBlock (no verdict) carries it in its flags.
@@ -97,6 +96,7 @@ private:
     std::vector<Cluster> m_clusters;
     std::vector<TrackState> m_states;
     std::vector<std::uint64_t> m_numbers; // every track number seen, to keep them unique
+    Frames m_frames;                      // reused by every block
     bool m_sawVideo = false;
     bool m_sawAudio = false;
 };
@@ -114,7 +114,6 @@ Index Demuxer::run()
     require(!m_sawVideo || video, kUnsupported);
     require(!m_sawAudio || audio, kUnsupported);
     m_states.resize(m_index.tracks.size());
-    clusterTimecodes();
     clusterBlocks();
     return std::move(m_index);
 }
@@ -371,28 +370,49 @@ void Demuxer::audio(const Element& a, Track& track)
     }
 }
 
-void Demuxer::clusterTimecodes()
-{
-    for (auto& cluster : m_clusters) {
-        for (auto p = cluster.start; p < cluster.end;) {
-            const Element e = ebml::element(m_reader, p, cluster.end);
-            if (e.id == mkv::kTimecode) cluster.timecode = ebml::unsignedInteger(m_reader, e);
-            p = e.end;
-        }
-    }
-}
-
+// Blocks are timed from their cluster's Timecode, and the last Timecode of a cluster wins. Muxers
+// write it first, so each cluster is normally walked once with the Timecode it starts with; only
+// when a different Timecode follows blocks is the cluster's work undone and walked again.
 void Demuxer::clusterBlocks()
 {
-    for (const auto& cluster : m_clusters) {
+    std::vector<std::size_t> counts(m_index.tracks.size());
+    for (auto& cluster : m_clusters) {
         m_reader.check();
-        for (auto p = cluster.start; p < cluster.end;) {
-            const Element e = ebml::element(m_reader, p, cluster.end);
-            if (e.id == mkv::kSimpleBlock)
-                block(e, cluster, std::nullopt, 0, std::nullopt);
-            else if (e.id == mkv::kBlockGroup)
-                blockGroup(e, cluster);
-            p = e.end;
+        for (std::size_t t = 0; t < counts.size(); ++t)
+            counts[t] = m_index.tracks[t].samples.size();
+        const auto sampleCount = m_index.sampleCount;
+        const auto states = m_states;
+        const auto padding = [&] {
+            std::vector<std::uint64_t> v;
+            for (const auto& t : m_index.tracks)
+                v.push_back(t.discardPadding);
+            return v;
+        }();
+        bool blocksSeen = false;
+        bool again = false;
+        for (int walk = 0; walk < 2; ++walk) {
+            for (auto p = cluster.start; p < cluster.end;) {
+                const Element e = ebml::element(m_reader, p, cluster.end);
+                if (e.id == mkv::kTimecode && walk == 0) {
+                    const auto timecode = ebml::unsignedInteger(m_reader, e);
+                    again = again || (blocksSeen && timecode != cluster.timecode);
+                    cluster.timecode = timecode;
+                } else if (e.id == mkv::kSimpleBlock) {
+                    blocksSeen = true;
+                    block(e, cluster, std::nullopt, 0, std::nullopt);
+                } else if (e.id == mkv::kBlockGroup) {
+                    blocksSeen = true;
+                    blockGroup(e, cluster);
+                }
+                p = e.end;
+            }
+            if (!again || walk == 1) break;
+            for (std::size_t t = 0; t < counts.size(); ++t) {
+                m_index.tracks[t].samples.resize(counts[t]);
+                m_index.tracks[t].discardPadding = padding[t];
+            }
+            m_index.sampleCount = sampleCount;
+            m_states = states;
         }
     }
 }
@@ -458,7 +478,8 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
     require(p <= b.end && b.end - p >= 3);
     const auto relative = static_cast<std::int16_t>(m_reader.uintBE(p, 2));
     const std::uint8_t flags = m_reader.byte(p + 2);
-    const auto frames = splitLaces(m_reader, p + 3, b.end, static_cast<Lacing>((flags >> 1) & 3));
+    Frames& frames = m_frames;
+    splitLaces(m_reader, p + 3, b.end, static_cast<Lacing>((flags >> 1) & 3), frames);
     const bool isKey = key.has_value() ? *key : (flags & 0x80) != 0;
 
     const auto scale = static_cast<std::int64_t>(m_index.timecodeScale);

@@ -64,9 +64,18 @@ void QVMedia::layout(qv::Index& index)
     for (std::size_t t = 0; t < index.tracks.size(); ++t)
         for (std::size_t s = 0; s < index.tracks[t].samples.size(); ++s)
             locations.push_back({t, s, index.tracks[t].samples[s].position});
-    // The virtual mdat keeps the source's own interleaving of the tracks.
-    std::sort(locations.begin(), locations.end(),
-              [](const Location& a, const Location& b) { return a.position < b.position; });
+    // The virtual mdat keeps the source's own interleaving of the tracks. Each track's samples are
+    // normally in file order already, so the tracks' runs only need merging.
+    const auto byPosition = [](const Location& a, const Location& b) {
+        return a.position < b.position;
+    };
+    auto runStart = locations.begin();
+    for (const auto& track : index.tracks) {
+        const auto runEnd = runStart + static_cast<std::ptrdiff_t>(track.samples.size());
+        if (!std::is_sorted(runStart, runEnd, byPosition)) std::sort(runStart, runEnd, byPosition);
+        std::inplace_merge(locations.begin(), runStart, runEnd, byPosition);
+        runStart = runEnd;
+    }
 
     std::vector<std::vector<std::uint64_t>> offsets(index.tracks.size());
     for (std::size_t t = 0; t < index.tracks.size(); ++t)
@@ -107,22 +116,42 @@ void QVMedia::read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t n)
 {
     using namespace qv;
     std::uint64_t done = 0;
+    if (offset < header.size()) {
+        done = std::min<std::uint64_t>(header.size() - offset, n);
+        std::memcpy(buffer, header.data() + offset, done);
+    }
+    if (done == n) return;
+    auto next =
+        std::upper_bound(slices.begin(), slices.end(), offset + done,
+                         [](std::uint64_t value, const Slice& s) { return value < s.position; });
+    require(next != slices.begin());
+    auto k = static_cast<std::size_t>(next - slices.begin()) - 1;
     while (done < n) {
+        // One source read of up to the bytes still wanted, starting at the next sample byte, then
+        // the gaps between samples (block headers, other tracks' data) are squeezed out in place.
+        require(k < slices.size());
+        const std::uint64_t room = n - done;
+        const Slice& first = slices[k];
         const std::uint64_t p = offset + done;
-        if (p < header.size()) {
-            const auto count = std::min<std::uint64_t>(header.size() - p, n - done);
-            std::memcpy(buffer + done, header.data() + p, count);
-            done += count;
-            continue;
+        require(p >= first.position && p - first.position < first.size);
+        const std::uint64_t spanStart = first.source + (p - first.position);
+        require(spanStart < reader.size());
+        const std::uint64_t spanLength = std::min(room, reader.size() - spanStart);
+        std::uint8_t* const base = buffer + done;
+        reader.copy(spanStart, base, spanLength);
+        std::uint64_t out = std::min<std::uint64_t>(first.position + first.size - p, room);
+        require(out <= spanLength);
+        auto i = k + 1;
+        for (; out < room && i < slices.size(); ++i) {
+            const Slice& s = slices[i];
+            const auto take = std::min<std::uint64_t>(s.size, room - out);
+            if (s.source < spanStart) break;
+            const auto at = s.source - spanStart;
+            if (at < out || at > spanLength || take > spanLength - at) break; // read it afresh
+            std::memmove(base + out, base + at, take);
+            out += take;
         }
-        auto next = std::upper_bound(
-            slices.begin(), slices.end(), p,
-            [](std::uint64_t value, const Slice& s) { return value < s.position; });
-        require(next != slices.begin());
-        const Slice& slice = *(next - 1);
-        require(p - slice.position < slice.size);
-        const auto count = std::min<std::uint64_t>(slice.position + slice.size - p, n - done);
-        reader.copy(slice.source + (p - slice.position), buffer + done, count);
-        done += count;
+        done += out;
+        k = i;
     }
 }

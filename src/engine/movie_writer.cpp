@@ -165,6 +165,7 @@ void writeStbl(BoxWriter& w, const Track& t, const std::vector<std::uint64_t>& o
         w.u32(1);
     }
     {
+        w.reserve(std::size_t(count) * 12 + 64); // stsz and co64 entries
         auto stsz = w.full("stsz", 0, 0);
         w.u32(0);
         w.u32(count);

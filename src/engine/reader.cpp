@@ -63,10 +63,17 @@ std::string Reader::text(std::uint64_t position, std::uint64_t n, std::uint64_t 
 std::uint8_t Reader::byte(std::uint64_t position)
 {
     require(position < m_size);
-    if (m_cacheStart != ~std::uint64_t(0) && position >= m_cacheStart &&
-        position - m_cacheStart < m_cache.size())
+    const bool cached = m_cacheStart != ~std::uint64_t(0);
+    if (cached && position >= m_cacheStart && position - m_cacheStart < m_cache.size())
         return m_cache[position - m_cacheStart];
-    const auto length = std::min(m_size - position, limits::kReadAheadWindow);
+    // Reading on just past the window means a sequential scan: widen the window. A jump (the
+    // demuxer skipping a frame's payload) goes back to a small window, so that indexing a file of
+    // large frames reads their headers, not the whole file.
+    const bool sequential =
+        cached && position >= m_cacheStart && position - m_cacheStart < 2 * m_cache.size();
+    m_window =
+        sequential ? std::min(m_window * 2, limits::kReadAheadWindow) : limits::kReadAheadMinimum;
+    const auto length = std::min(m_size - position, m_window);
     m_cacheStart = ~std::uint64_t(0);
     m_cache.resize(length);
     copy(position, m_cache.data(), length);

@@ -40,6 +40,7 @@ private:
     std::uint64_t m_size = 0;
     std::uint64_t m_cacheStart = ~std::uint64_t(0);
     std::vector<std::uint8_t> m_cache;
+    std::uint64_t m_window = 0; // length of the next refill
     CancelFn m_cancel;
     void* m_context;
 };

@@ -87,6 +87,22 @@ TEST(Media, RefusesFilesWithTheirCodes)
               2u);
 }
 
+TEST(Media, TheLastTimecodeOfAClusterTimesItsBlocks)
+{
+    // Written after the block, the second cluster's Timecode still places it 21 ms in; timed from 0
+    // it would overlap the first frame and be refused as an audio overlap.
+    const auto late = el(0x1F43B675, cat({simpleBlock(0, true, Bytes(6, 2)), uintEl(0xE7, 21, 1)}));
+    EXPECT_EQ(openCode(matroskaFile(aacTrack(),
+                                    cat({cluster(0, simpleBlock(0, true, Bytes(5, 1))), late}))),
+              0u);
+    const auto early =
+        el(0x1F43B675,
+           cat({uintEl(0xE7, 21, 1), simpleBlock(0, true, Bytes(6, 2)), uintEl(0xE7, 0, 1)}));
+    EXPECT_EQ(openCode(matroskaFile(aacTrack(),
+                                    cat({cluster(0, simpleBlock(0, true, Bytes(5, 1))), early}))),
+              2u);
+}
+
 TEST(Media, UnknownSizedSegmentAndClusters)
 {
     const auto file = cat(
