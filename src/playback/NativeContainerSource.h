@@ -1,0 +1,56 @@
+#pragma once
+// The container engine as the native backend sees it: opens a Matroska, WebM or FLV file off the
+// GUI thread (cancellable), then serves the virtual MP4 through a random-access device for
+// QMediaPlayer::setSourceDevice. Also runs the transport-stream probe. Everything here is dropped
+// by destroying the object: a running open is cancelled and the device stops answering reads.
+#include <QObject>
+#include <QString>
+#include <QUrl>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QIODevice;
+
+namespace quorvane {
+
+class NativeContainerSource {
+public:
+    explicit NativeContainerSource(const QUrl& url);
+    ~NativeContainerSource();
+    NativeContainerSource(const NativeContainerSource&) = delete;
+    NativeContainerSource& operator=(const NativeContainerSource&) = delete;
+
+    // Opens the file on a worker thread and calls `done` on `context`'s thread afterwards (not at
+    // all when this object or `context` is gone by then). Then either errorCode() or device() is
+    // set.
+    void open(QObject* context, std::function<void()> done);
+
+    std::optional<qint64> errorCode() const { return m_error; }
+    QIODevice* device() const;
+    QUrl deviceUrl() const;
+    QString format() const;
+    quint64 sampleCount() const;
+    quint32 videoTracks() const;
+    quint32 audioTracks() const;
+
+    struct Presence {
+        bool hasAudio = false;
+        bool hasVideo = false;
+    };
+    // Probes a transport stream on a worker thread; `done` gets the presence or, on failure, the
+    // engine's error code.
+    static void probeTransportStream(const QUrl& url, QObject* context,
+                                     std::function<void(std::optional<Presence>, qint64)> done);
+
+private:
+    struct State;
+    QUrl m_url;
+    std::shared_ptr<std::atomic_bool> m_cancel;
+    std::shared_ptr<State> m_state;
+    std::optional<qint64> m_error;
+};
+
+} // namespace quorvane

@@ -1,0 +1,478 @@
+#include "NativePlayback.h"
+
+#include "AudioValidation.h"
+#include "DiagnosticLog.h"
+#include "NativeContainerSource.h"
+#include "NativeMediaInfo.h"
+
+#include <QAudioOutput>
+#include <QLoggingCategory>
+#include <QMediaMetaData>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QTimer>
+#include <QVideoFrame>
+#include <QVideoSink>
+
+#include <algorithm>
+#include <cmath>
+
+Q_LOGGING_CATEGORY(lcNative, "quorvane.playback.native")
+
+namespace quorvane {
+
+namespace {
+// How long the first picture may take after the player loaded the file. A file whose video never
+// produces one still opens (and shows nothing) rather than hanging in the loading state.
+constexpr int kFirstFrameTimeoutMs = 3000;
+// A seek that produces no picture near its target (the player snapped elsewhere, or the end of the
+// file) still completes after this long, so the owner never waits forever.
+constexpr int kSeekFallbackMs = 1500;
+constexpr qint64 kDefaultFrameMs = 40;
+
+const char* const kVideoItemQml = R"(
+import QtQuick
+import QtMultimedia
+VideoOutput { fillMode: VideoOutput.PreserveAspectFit }
+)";
+} // namespace
+
+NativePlayback::NativePlayback(QObject* parent)
+    : PlaybackBackend(parent), m_player(new QMediaPlayer(this)), m_audio(new QAudioOutput(this)),
+      m_detachedSink(new QVideoSink(this))
+{
+    m_player->setAudioOutput(m_audio);
+    m_player->setVideoSink(m_detachedSink);
+    attachSink(m_detachedSink);
+
+    connect(m_player, &QMediaPlayer::mediaStatusChanged, this, &NativePlayback::handleStatus);
+    connect(m_player, &QMediaPlayer::errorOccurred, this,
+            [this](QMediaPlayer::Error error, const QString& text) {
+                qCInfo(lcNative) << "player error" << error << text;
+                handleError(error);
+            });
+}
+
+NativePlayback::~NativePlayback()
+{
+    bumpGeneration();
+    m_onEvent = nullptr;
+    delete m_audioValidation.data();
+    m_player->setSource(QUrl());
+    m_player->setVideoOutput(static_cast<QObject*>(nullptr));
+    m_container.reset();
+    delete m_videoItem.data();
+}
+
+void NativePlayback::bumpGeneration()
+{
+    ++m_generation;
+    m_frameGeneration.store(m_generation);
+}
+
+void NativePlayback::setOnEvent(EventHandler handler)
+{
+    m_onEvent = std::move(handler);
+}
+
+bool NativePlayback::isMuted() const
+{
+    return m_audio->isMuted();
+}
+
+void NativePlayback::setMuted(bool muted)
+{
+    m_audio->setMuted(muted);
+}
+
+double NativePlayback::volume() const
+{
+    return m_audio->volume();
+}
+
+void NativePlayback::setVolume(double volume)
+{
+    if (!std::isfinite(volume)) return;
+    m_audio->setVolume(float(std::clamp(volume, 0.0, 1.0)));
+}
+
+PlaybackSnapshot NativePlayback::snapshot() const
+{
+    PlaybackSnapshot snap;
+    if (m_phase == Phase::Idle) return snap;
+    // At the end the player rewinds its clock; the file still sits at its end until played again.
+    const qint64 ms = m_ended ? m_player->duration() : m_player->position();
+    snap.position = ms > 0 ? double(ms) / 1000.0 : 0.0;
+    snap.rate =
+        m_player->playbackState() == QMediaPlayer::PlayingState ? m_player->playbackRate() : 0.0;
+    const auto oneBased = [](int active, qsizetype count) -> qint64 {
+        return active >= 0 && active < count ? active + 1 : 0;
+    };
+    snap.audioID = oneBased(m_player->activeAudioTrack(), m_player->audioTracks().size());
+    snap.subtitleID = oneBased(m_player->activeSubtitleTrack(), m_player->subtitleTracks().size());
+    return snap;
+}
+
+void NativePlayback::open(const QUrl& url)
+{
+    stop();
+    const quint64 generation = m_generation;
+    m_url = url;
+    m_phase = Phase::Opening;
+    if (!url.isLocalFile()) {
+        fail(kFileFormatNotRecognized);
+        return;
+    }
+
+    m_streamsChecked = !nativemedia::isTransportStream(url);
+    if (!m_streamsChecked) {
+        NativeContainerSource::probeTransportStream(
+            url, this,
+            [this, generation](std::optional<NativeContainerSource::Presence> presence,
+                               qint64 code) {
+                if (generation != m_generation) return;
+                if (!presence) {
+                    qCInfo(lcNative) << "transport stream probe failed with" << code;
+                    fail(kFileFormatNotRecognized);
+                    return;
+                }
+                m_streamsChecked = true;
+                // The player must have loaded every kind of stream the probe saw in the file.
+                m_transportAudio = presence->hasAudio;
+                m_transportVideo = presence->hasVideo;
+                checkReady();
+            });
+    }
+
+    if (nativemedia::usesContainerPath(url)) {
+        m_container = std::make_unique<NativeContainerSource>(url);
+        m_container->open(this, [this, generation] {
+            if (generation == m_generation) containerOpened();
+        });
+        return;
+    }
+    m_phase = Phase::Loading;
+    startPlayer(url, nullptr);
+}
+
+void NativePlayback::containerOpened()
+{
+    if (const auto code = m_container->errorCode()) {
+        fail(*code);
+        return;
+    }
+    SupportDiagnostics::log().record(
+        QStringLiteral("media.container.ready"),
+        {{QStringLiteral("format"), m_container->format()},
+         {QStringLiteral("samples"), QString::number(m_container->sampleCount())}});
+    m_phase = Phase::Loading;
+    startPlayer(m_container->deviceUrl(), m_container->device());
+}
+
+void NativePlayback::startPlayer(const QUrl& source, QIODevice* device)
+{
+    if (device)
+        m_player->setSourceDevice(device, source);
+    else
+        m_player->setSource(source);
+}
+
+void NativePlayback::play(double rate)
+{
+    if (!std::isfinite(rate) || rate < kMinimumRate || rate > kMaximumRate ||
+        m_phase != Phase::Ready)
+        return;
+    m_ended = false;
+    m_player->setPlaybackRate(rate);
+    m_player->play();
+}
+
+void NativePlayback::pause()
+{
+    // After the end the player has stopped; pausing would restart it at the beginning.
+    if (m_phase == Phase::Idle || m_ended) return;
+    m_player->pause();
+}
+
+void NativePlayback::stop()
+{
+    bumpGeneration();
+    m_phase = Phase::Idle;
+    m_seeks.clear();
+    delete m_audioValidation.data();
+    m_loaded = m_firstFrame = m_audioChecked = m_streamsChecked = false;
+    m_transportAudio = m_transportVideo = false;
+    m_hdr = m_ended = false;
+    m_frameSize = {};
+    m_player->setSource(QUrl());
+    // The player no longer reads the device: pending and later reads now fail.
+    m_container.reset();
+}
+
+void NativePlayback::seek(double seconds, const QUuid& id)
+{
+    if (!std::isfinite(seconds) || m_phase != Phase::Ready) return;
+    const qint64 duration = m_player->duration();
+    qint64 target = std::llround(std::clamp(seconds, 0.0, 1.0e9) * 1000.0);
+    if (duration > 0) target = std::min(target, duration);
+    const qint64 frameMs =
+        m_frameRate > 0 ? qint64(std::ceil(1000.0 / m_frameRate)) : kDefaultFrameMs;
+    m_seeks.begin(id, target, frameMs);
+    m_ended = false;
+    m_player->setPosition(target);
+
+    const quint64 generation = m_generation;
+    const quint64 serial = m_seeks.serial();
+    if (!m_player->hasVideo()) {
+        // Without pictures the position is all there is; it settles once the seek was handled.
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation] {
+                if (generation == m_generation) completeSeek(m_seeks.arrived(m_player->position()));
+            },
+            Qt::QueuedConnection);
+    }
+    QTimer::singleShot(kSeekFallbackMs, this, [this, generation, serial] {
+        if (generation == m_generation) completeSeek(m_seeks.expire(serial));
+    });
+}
+
+void NativePlayback::completeSeek(const std::optional<QUuid>& id)
+{
+    if (id) emitEvent(PlaybackEvents::SeekCompleted{*id});
+}
+
+void NativePlayback::selectTrack(PlaybackTrackKind kind, qint64 id)
+{
+    if (m_phase != Phase::Ready || id < 0) return;
+    const bool audio = kind == PlaybackTrackKind::Audio;
+    const qsizetype count =
+        audio ? m_player->audioTracks().size() : m_player->subtitleTracks().size();
+    if (count == 0 || id > count) return;
+    const int index = id == 0 ? -1 : int(id - 1);
+    // Switching a stream of a paused GStreamer pipeline leaves it unable to stop later (the next
+    // setSource hangs), so a paused player switches while running for an instant, silenced.
+    const bool paused = m_player->playbackState() == QMediaPlayer::PausedState;
+    const bool muted = m_audio->isMuted();
+    if (paused) {
+        m_audio->setMuted(true);
+        m_player->play();
+    }
+    if (audio)
+        m_player->setActiveAudioTrack(index);
+    else
+        m_player->setActiveSubtitleTrack(index);
+    if (paused) {
+        m_player->pause();
+        m_audio->setMuted(muted);
+    }
+}
+
+QQuickItem* NativePlayback::videoView()
+{
+    if (m_videoItem) return m_videoItem;
+    if (!m_qml) m_qml = new QQmlEngine(this);
+    QQmlComponent component(m_qml);
+    component.setData(kVideoItemQml, QUrl());
+    QObject* object = component.create();
+    auto* item = qobject_cast<QQuickItem*>(object);
+    if (!item) {
+        qCWarning(lcNative) << "cannot create the video item:" << component.errorString();
+        delete object;
+        return nullptr;
+    }
+    QQmlEngine::setObjectOwnership(item, QQmlEngine::CppOwnership);
+    m_videoItem = item;
+    m_player->setVideoOutput(item);
+    attachSink(m_player->videoSink());
+    return item;
+}
+
+void NativePlayback::attachSink(QVideoSink* sink)
+{
+    disconnect(m_frameConnection);
+    if (!sink) return;
+    // Frames may be delivered from the pipeline's thread: stamp each with the generation current
+    // when it was made, so that a picture of the previous file never counts for the next one.
+    m_frameConnection = connect(
+        sink, &QVideoSink::videoFrameChanged, this,
+        [this](const QVideoFrame& frame) {
+            const quint64 generation = m_frameGeneration.load();
+            QMetaObject::invokeMethod(
+                this, [this, generation, frame] { handleFrame(generation, frame); },
+                Qt::QueuedConnection);
+        },
+        Qt::DirectConnection);
+}
+
+void NativePlayback::handleFrame(quint64 generation, const QVideoFrame& frame)
+{
+    if (generation != m_generation || !frame.isValid()) return;
+    if (m_phase == Phase::Loading && !m_firstFrame) {
+        m_firstFrame = true;
+        m_hdr = nativemedia::isHdrTransfer(frame.surfaceFormat().colorTransfer());
+        m_frameSize = frame.size();
+        checkReady();
+        return;
+    }
+    if (m_seeks.pending()) {
+        const qint64 ms = frame.startTime() >= 0 ? frame.startTime() / 1000 : m_player->position();
+        completeSeek(m_seeks.arrived(ms));
+    }
+}
+
+void NativePlayback::handleStatus(QMediaPlayer::MediaStatus status)
+{
+    switch (status) {
+    case QMediaPlayer::LoadedMedia:
+    case QMediaPlayer::BufferedMedia:
+    case QMediaPlayer::BufferingMedia:
+        if (m_phase == Phase::Loading && !m_loaded) playerLoaded();
+        break;
+    case QMediaPlayer::EndOfMedia:
+        if (m_phase == Phase::Ready && !m_ended) {
+            m_ended = true;
+            emitEvent(PlaybackEvents::Ended{});
+        }
+        break;
+    case QMediaPlayer::InvalidMedia:
+        if (m_phase == Phase::Loading) fail(kFileFormatNotRecognized);
+        break;
+    default:
+        break;
+    }
+}
+
+void NativePlayback::handleError(QMediaPlayer::Error error)
+{
+    if (error == QMediaPlayer::NoError) return;
+    // Before Ready the file cannot be played here; afterwards playback broke off on the way.
+    if (m_phase == Phase::Opening || m_phase == Phase::Loading)
+        fail(kFileFormatNotRecognized);
+    else if (m_phase == Phase::Ready)
+        fail(kUnknownMediaError);
+}
+
+void NativePlayback::playerLoaded()
+{
+    m_loaded = true;
+    const bool hasVideo = m_player->hasVideo();
+    const bool hasAudio = m_player->hasAudio();
+    if (!nativemedia::isTransportStream(m_url) && !hasVideo && !hasAudio) {
+        fail(kFileFormatNotRecognized);
+        return;
+    }
+    // Every stream the engine remuxed must have been taken up by the player.
+    if (m_container && ((m_container->videoTracks() > 0 && !hasVideo) ||
+                        qsizetype(m_container->audioTracks()) > m_player->audioTracks().size())) {
+        qCInfo(lcNative) << "the player loaded fewer streams than the file holds";
+        fail(kFileFormatNotRecognized);
+        return;
+    }
+
+    const quint64 generation = m_generation;
+    if (hasVideo) {
+        // Pausing prerolls the pipeline, which delivers the first picture without playing.
+        m_player->pause();
+        QTimer::singleShot(kFirstFrameTimeoutMs, this, [this, generation] {
+            if (generation != m_generation || m_phase != Phase::Loading || m_firstFrame) return;
+            qCInfo(lcNative) << "no picture in time; opening without one";
+            m_firstFrame = true;
+            checkReady();
+        });
+    } else {
+        m_firstFrame = true;
+    }
+
+    // The demuxer names an audio codec, yet no audio stream reached the player: no decoder here.
+    if (!hasAudio && m_player->metaData().value(QMediaMetaData::AudioCodec).isValid()) {
+        qCInfo(lcNative) << "the file's audio cannot be decoded";
+        fail(kFileFormatNotRecognized);
+        return;
+    }
+    // Remuxed files only carry codecs the engine accepted, which the player decodes. Audio-only
+    // files are decoded once to prove this machine can play them; Qt 6.4's audio decoder cannot
+    // open files that also hold video, whose audio the checks above cover.
+    m_audioChecked = !hasAudio || hasVideo || m_container;
+    checkReady();
+}
+
+void NativePlayback::startAudioValidation()
+{
+    const quint64 generation = m_generation;
+    m_audioValidation = new AudioValidation(m_url, this);
+    connect(m_audioValidation, &AudioValidation::finished, this,
+            [this, generation](bool decodable) {
+                if (generation != m_generation) return;
+                m_audioValidation->deleteLater();
+                if (!decodable) {
+                    fail(kFileFormatNotRecognized);
+                    return;
+                }
+                m_audioChecked = true;
+                checkReady();
+            });
+}
+
+void NativePlayback::checkReady()
+{
+    if (m_phase != Phase::Loading || !m_loaded || !m_firstFrame) return;
+    // The decoder starts only once the player has loaded the file, so that the two pipelines do
+    // not plug their elements at the same moment.
+    if (!m_audioChecked && !m_audioValidation) {
+        startAudioValidation();
+        return;
+    }
+    if (!m_audioChecked || !m_streamsChecked) return;
+    if ((m_transportVideo && !m_player->hasVideo()) ||
+        (m_transportAudio && !m_player->hasAudio())) {
+        qCInfo(lcNative) << "the transport stream holds streams the player did not load";
+        fail(kFileFormatNotRecognized);
+        return;
+    }
+
+    const QMediaMetaData meta = m_player->metaData();
+    PlaybackMediaInfo info;
+    info.duration = nativemedia::durationSeconds(m_player->duration());
+    if (m_player->hasVideo()) {
+        QSize resolution = meta.value(QMediaMetaData::Resolution).toSize();
+        if (!resolution.isValid()) resolution = m_frameSize;
+        info.width =
+            nativemedia::displaySize(resolution, meta.value(QMediaMetaData::Orientation).toInt())
+                .width();
+        info.height =
+            nativemedia::displaySize(resolution, meta.value(QMediaMetaData::Orientation).toInt())
+                .height();
+        bool ok = false;
+        double rate = meta.value(QMediaMetaData::VideoFrameRate).toDouble(&ok);
+        if ((!ok || rate <= 0) && !m_player->videoTracks().isEmpty())
+            rate =
+                m_player->videoTracks().first().value(QMediaMetaData::VideoFrameRate).toDouble(&ok);
+        info.frameRate = ok && std::isfinite(rate) && rate > 0 ? rate : 0.0;
+        info.hdr = m_hdr;
+    }
+    m_frameRate = info.frameRate;
+    info.tracks = nativemedia::playbackTracks(m_player->audioTracks(), m_player->subtitleTracks());
+
+    // Subtitles start off; the user turns them on from the track menu.
+    if (!m_player->subtitleTracks().isEmpty()) m_player->setActiveSubtitleTrack(-1);
+    m_phase = Phase::Ready;
+    emitEvent(PlaybackEvents::Ready{info});
+}
+
+void NativePlayback::fail(qint64 code)
+{
+    if (m_phase == Phase::Idle || m_phase == Phase::Failed) return;
+    m_phase = Phase::Failed;
+    m_seeks.clear();
+    emitEvent(PlaybackEvents::Failed{code});
+}
+
+void NativePlayback::emitEvent(const PlaybackEvent& event)
+{
+    // The owner may stop or reopen from inside its handler; keep the handler alive meanwhile.
+    if (const EventHandler handler = m_onEvent) handler(event);
+}
+
+} // namespace quorvane

@@ -1,0 +1,103 @@
+#pragma once
+// The backend that plays a local file through Qt Multimedia (GStreamer on Linux). Matroska, WebM
+// and FLV files are opened by the container engine and handed to the player as a virtual MP4 on a
+// random-access device; every other file goes to the player directly. The backend reports `Ready`
+// only once the player has loaded the file, shown its first picture and every check passed, and it
+// fails with -11828 whenever the player would play less than the file holds, so that the router
+// can try its next backend.
+#include "PlaybackBackend.h"
+#include "SeekTracker.h"
+
+#include <QMediaPlayer>
+#include <QPointer>
+#include <QUrl>
+
+#include <atomic>
+#include <memory>
+#include <optional>
+
+class QAudioOutput;
+class QQmlEngine;
+class QQuickItem;
+class QVideoFrame;
+class QVideoSink;
+
+namespace quorvane {
+
+class AudioValidation;
+class NativeContainerSource;
+
+class NativePlayback final : public PlaybackBackend, public VideoOutput {
+    Q_OBJECT
+public:
+    explicit NativePlayback(QObject* parent = nullptr);
+    ~NativePlayback() override;
+
+    void setOnEvent(EventHandler handler) override;
+    bool isMuted() const override;
+    void setMuted(bool muted) override;
+    PlaybackSnapshot snapshot() const override;
+    void open(const QUrl& url) override;
+    void play(double rate) override;
+    void pause() override;
+    void stop() override;
+    void seek(double seconds, const QUuid& id) override;
+    void setVolume(double volume) override;
+    void selectTrack(PlaybackTrackKind kind, qint64 id) override;
+
+    // A VideoOutput item (letterboxed) showing the picture; made on first use, owned here.
+    QQuickItem* videoView() override;
+
+    double volume() const;
+    // The slowest and fastest rates play() accepts.
+    static constexpr double kMinimumRate = 0.25;
+    static constexpr double kMaximumRate = 20.0;
+
+private:
+    enum class Phase { Idle, Opening, Loading, Ready, Failed };
+
+    void startPlayer(const QUrl& source, QIODevice* device);
+    void containerOpened();
+    void bumpGeneration();
+    void handleStatus(QMediaPlayer::MediaStatus status);
+    void handleError(QMediaPlayer::Error error);
+    void handleFrame(quint64 generation, const QVideoFrame& frame);
+    void playerLoaded();
+    void startAudioValidation();
+    void checkReady();
+    void fail(qint64 code);
+    void emitEvent(const PlaybackEvent& event);
+    void attachSink(QVideoSink* sink);
+    void completeSeek(const std::optional<QUuid>& id);
+
+    QMediaPlayer* m_player = nullptr;
+    QAudioOutput* m_audio = nullptr;
+    QVideoSink* m_detachedSink = nullptr; // frames arrive here until a view exists
+    QQmlEngine* m_qml = nullptr;
+    QPointer<QQuickItem> m_videoItem;
+    QMetaObject::Connection m_frameConnection;
+
+    EventHandler m_onEvent;
+    quint64 m_generation = 0;
+    std::atomic<quint64> m_frameGeneration{0}; // m_generation, readable from the pipeline thread
+    Phase m_phase = Phase::Idle;
+    QUrl m_url;
+    std::unique_ptr<NativeContainerSource> m_container;
+    QPointer<AudioValidation> m_audioValidation;
+
+    // What has to be known before Ready.
+    bool m_loaded = false;
+    bool m_firstFrame = false;
+    bool m_audioChecked = false;
+    bool m_streamsChecked = false;
+    bool m_transportAudio = false;
+    bool m_transportVideo = false;
+    bool m_hdr = false;
+    QSize m_frameSize;
+    bool m_ended = false;
+
+    SeekTracker m_seeks;
+    double m_frameRate = 0;
+};
+
+} // namespace quorvane
