@@ -133,7 +133,6 @@ TEST(Flv, ExtendedTimestampIsTheUpperByte)
 TEST(Flv, StructuralDamageIsMalformed)
 {
     const Bytes good = goodFile();
-    EXPECT_EQ(codeOf(Bytes(good.begin(), good.begin() + 12)), 1u);
     EXPECT_EQ(codeOf(cat({header(5, 2), Bytes(good.begin() + 13, good.end())})), 1u);
     // Data offsets of 8 and past the end.
     Bytes lowOffset = good;
@@ -154,17 +153,15 @@ TEST(Flv, StructuralDamageIsMalformed)
     EXPECT_EQ(codeOf(cat({header(1), videoTag(0, 0, 0, notSps), videoTag(0, 1, 0, {1})})), 1u);
 }
 
+// The oracle refuses real files for MP3 audio, a 12-byte file and a second video sequence header.
 TEST(Flv, RefusedContent)
 {
     const Bytes video = cat({videoTag(0, 0, 0, kAvcRecord), videoTag(0, 1, 0, {1, 2})});
     const Bytes audio = cat({audioTag(0, 0, kAacLc44), audioTag(0, 1, {0x21})});
-    // MP3 audio beside AVC video refuses the whole file.
-    EXPECT_EQ(codeOf(cat({header(), video, audioTag(0, 1, {0xFF, 0xFB}, 2)})), 2u);
     // Sorenson H.263 video, and an audio tag too short to name its packet type.
     EXPECT_EQ(codeOf(cat({header(1), tag(9, 0, {0x12, 0, 0, 0, 0})})), 2u);
     EXPECT_EQ(codeOf(cat({header(4), tag(8, 0, {0xAF})})), 2u);
-    // A second sequence header of either kind.
-    EXPECT_EQ(codeOf(cat({header(), video, videoTag(0, 0, 0, kAvcRecord), audio})), 2u);
+    // A second audio sequence header (the video one is in the oracle's fixtures).
     EXPECT_EQ(codeOf(cat({header(), video, audio, audioTag(0, 0, kAacLc44)})), 2u);
     // Unknown AVC packet type.
     EXPECT_EQ(codeOf(cat({header(1), video, videoTag(0, 3, 0, {})})), 2u);

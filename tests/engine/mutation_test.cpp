@@ -98,7 +98,7 @@ TEST(Mutation, TruncatedAndFlippedSeedsFailCleanly)
             ++variants;
         }
         // Byte flips: one to four random bytes replaced, biased to the structure at the front.
-        for (int i = 0; i < 200; ++i) {
+        for (int i = 0; i < 400; ++i) {
             Bytes flipped = seed;
             const int count = 1 + static_cast<int>(random.next() % 4);
             for (int k = 0; k < count; ++k) {
