@@ -188,7 +188,13 @@ void DiagnosticLog::record(const QString& event, const Fields& fields)
     m_entries.append({now, event, safe});
     if (m_entries.size() > kMaxEntries) m_entries.remove(0, m_entries.size() - kMaxEntries);
 
-    if (!m_filePath.isEmpty()) m_storageFailed = !store();
+    if (!m_filePath.isEmpty()) {
+        const bool failed = !store();
+        // Said once when storage breaks, not at every event after it.
+        if (failed && !m_storageFailed)
+            qCWarning(lcDiagnostics) << "cannot store the diagnostic log at" << m_filePath;
+        m_storageFailed = failed;
+    }
 }
 
 bool DiagnosticLog::store()
@@ -198,15 +204,10 @@ bool DiagnosticLog::store()
         m_entries.removeFirst();
         data = encode(m_entries);
     }
-    if (!makePrivatePath(QFileInfo(m_filePath).path())) {
-        qCWarning(lcDiagnostics) << "cannot create the diagnostic log directory";
-        return false;
-    }
+    if (!makePrivatePath(QFileInfo(m_filePath).path())) return false;
     QSaveFile file(m_filePath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
-        qCWarning(lcDiagnostics) << "cannot write the diagnostic log:" << file.errorString();
+    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit())
         return false;
-    }
     return QFile::setPermissions(m_filePath, QFileDevice::ReadOwner | QFileDevice::WriteOwner |
                                                  QFileDevice::ReadUser | QFileDevice::WriteUser);
 }
