@@ -503,6 +503,9 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
     for (std::uint64_t i = 0; i < count; ++i) {
         const auto size = frames.sizes[i];
         require(size < limits::kMaxFrameSize + 1, kTooLarge);
+        // An empty frame carries nothing, and allowing it would let a few header bytes stand for
+        // hundreds of samples.
+        require(size > 0);
         require(position <= b.end && size <= b.end - position);
         Sample sample;
         sample.position = position;
@@ -516,7 +519,6 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
                         static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max()));
             require(!__builtin_add_overflow(start, offset, &sample.time));
         } else {
-            require(size > 0);
             sample.pcmSamples = qv_audio::audioSamples(m_reader, track, position, size);
             sample.time = start + static_cast<std::int64_t>(pcmBefore * 1'000'000'000ull /
                                                             track.audio.sampleRate);

@@ -107,8 +107,16 @@ def compare(name, source, output):
                 fail(name, f'stream {s["index"]} packet {i}: pts {float(t0):.6f} became {float(t1):.6f}')
                 break
         print(f'  stream {s["index"]} {kind} {s["codec_name"]}: {len(a)} packets, worst pts error {float(worst) * 1000:.3f} ms')
-    default_src = [s['index'] for s in src_streams if s.get('disposition', {}).get('default')]
-    del default_src  # the MP4 side marks defaults through tkhd flags; ffprobe reports them differently
+    # One enabled track per kind: the first one the source flags default, else the first of its kind.
+    for kind in ('video', 'audio'):
+        src = [s for s in src_streams if s['codec_type'] == kind]
+        if not src:
+            continue
+        flagged = [s for s in src if s.get('disposition', {}).get('default')]
+        expected = (flagged or src)[0]['index']
+        enabled = [o['index'] for o in out_streams if o['codec_type'] == kind and o.get('disposition', {}).get('default')]
+        if enabled != [expected]:
+            fail(name, f'{kind}: stream {expected} should be the one enabled track, MP4 enables {enabled}')
 
 
 def play(name, path):
