@@ -1,13 +1,16 @@
 #include "StandardSlots.h"
 
+#include "NativePlayback.h"
+
 namespace quorvane {
 
 std::vector<PlaybackSlot> standardSlots()
 {
-    // The native backend ("native", every file URL) and the web backend ("webm-system": webm,
-    // ogg, oga) join this list as they are built. Until then no slot accepts a file and the
-    // router answers every open with the file-format-not-recognized failure.
-    return {};
+    // The web backend ("webm-system": webm, ogg, oga) joins this list after the native one.
+    std::vector<PlaybackSlot> list;
+    list.push_back({QStringLiteral("native"), [](const QUrl& url) { return url.isLocalFile(); },
+                    [] { return std::make_unique<NativePlayback>(); }});
+    return list;
 }
 
 } // namespace quorvane
