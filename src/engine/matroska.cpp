@@ -289,8 +289,8 @@ void Demuxer::trackEntry(const Element& entry)
         track.audio = {info.sampleRate, info.channels, 0, info.bitsPerSample};
     } else {
         // AC-3, E-AC-3 and MP3 describe themselves in every frame; until the first frame is read
-        // (when the track is prepared) the container's values stand in.
-        // Matroska's default rate stands in when the Audio element is missing.
+        // (when the track is prepared) the container's values stand in, with Matroska's default
+        // rate when the Audio element is missing.
         track.audio = {track.sampleRate > 0 ? track.sampleRate : 8000, track.channels, 0, 16};
     }
     require(m_index.tracks.size() < limits::kMaxTracks, kTooLarge);
