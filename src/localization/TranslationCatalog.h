@@ -49,7 +49,9 @@ private:
 };
 
 // "interfaceLanguage", {"en", "zh-Hans"}, "en", over the application's settings. The settings
-// object defaults to a QSettings() of the application; tests may point it elsewhere first.
+// object defaults to a QSettings() of the application, made on first use (after the application
+// object has its organisation and name); tests may point it elsewhere first, and nullptr goes back
+// to the default. GUI thread only.
 LanguagePreferences& playerLanguage();
 void setPlayerLanguageSettings(QSettings* settings);
 
