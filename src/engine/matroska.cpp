@@ -495,6 +495,9 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
                 *duration <= std::numeric_limits<std::uint64_t>::max() / m_index.timecodeScale);
         frameDuration = m_index.timecodeScale * *duration / count;
     }
+    // No frame lasts longer than the longest cluster time; this keeps every later time difference
+    // inside 64 bits.
+    require(frameDuration <= limits::kMaxClusterTimeNs);
     require(!(track.kind == kVideo && count > 1 && frameDuration == 0), kUnsupported);
     const std::int64_t start = scale * ticks - static_cast<std::int64_t>(track.codecDelay);
 
