@@ -70,6 +70,8 @@ class Player : public QObject {
     Q_PROPERTY(bool showingBoost READ showingBoost NOTIFY showingBoostChanged FINAL)
     Q_PROPERTY(double holdMultiplier READ holdMultiplier WRITE setHoldMultiplier NOTIFY
                    holdMultiplierChanged FINAL)
+    // The base speeds the speed menu offers, in menu order.
+    Q_PROPERTY(QVariantList speedChoices READ speedChoices CONSTANT FINAL)
     // The backend's picture, when the backend shows one.
     Q_PROPERTY(QQuickItem* videoView READ videoView CONSTANT FINAL)
 
@@ -118,6 +120,9 @@ public:
     bool showingBoost() const { return m_showingBoost; }
     double holdMultiplier() const { return m_holdMultiplier; }
     QQuickItem* videoView() const;
+    static QVariantList speedChoices();
+    // The time text of the views ("00:00", "1:00:00").
+    Q_INVOKABLE static QString formatTime(double seconds) { return timestamp(seconds); }
     int playlistGeneration() const { return m_playlistGeneration; }
     bool hasPendingSeek() const { return m_pendingSeek.has_value(); }
     std::optional<double> originalSpeed() const { return m_originalSpeed; }
@@ -126,6 +131,8 @@ public:
     Q_INVOKABLE void open(const QUrl& url);
     Q_INVOKABLE void toggle();
     Q_INVOKABLE void seek(double time);
+    // Relative to the shown position, for the back/forward commands.
+    Q_INVOKABLE void seekBy(double delta) { seek(m_position + delta); }
     Q_INVOKABLE void selectTrack(const QString& type, qint64 id);
     Q_INVOKABLE void adjustVolume(double change);
     Q_INVOKABLE void dismissError();

@@ -172,14 +172,6 @@ private slots:
         QCOMPARE(names(f.player->playlist()), (QStringList{"a.mp4", "b.mp4"}));
         QCOMPARE(f.settings->value("playlistSortOrder").toString(), "name");
     }
-
-    void chooseFileAsksTheView()
-    {
-        PlayerFixture f;
-        QSignalSpy requested(f.player.get(), &Player::chooseFileRequested);
-        f.player->chooseFile();
-        QCOMPARE(requested.size(), 1);
-    }
 };
 
 QTEST_MAIN(PlaylistTest)
