@@ -285,7 +285,7 @@ QQuickItem* NativePlayback::videoView()
     QQmlEngine::setObjectOwnership(item, QQmlEngine::CppOwnership);
     m_videoItem = item;
     m_player->setVideoOutput(item);
-    attachSink(m_player->videoSink());
+    attachSink(item->property("videoSink").value<QVideoSink*>());
     return item;
 }
 

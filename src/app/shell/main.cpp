@@ -26,14 +26,14 @@ int main(int argc, char* argv[])
         &engine, &QQmlApplicationEngine::objectCreationFailed, &app,
         [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
     engine.load(QUrl(QStringLiteral("qrc:/Quorvane/Main.qml")));
-    if (engine.rootObjects().isEmpty())
-        return 1;
+    if (engine.rootObjects().isEmpty()) return 1;
 
     const QStringList arguments = app.arguments().mid(1);
     if (!arguments.isEmpty())
         player.open(QUrl::fromLocalFile(QFileInfo(arguments.first()).absoluteFilePath()));
 
     // Closing the window saves the position too; quitting by other means must not lose it.
-    QObject::connect(&app, &QCoreApplication::aboutToQuit, &player, &quorvane::Player::savePosition);
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &player,
+                     &quorvane::Player::savePosition);
     return app.exec();
 }
