@@ -139,8 +139,10 @@ void ContainerAsset::scheduleReadAhead(qint64 position)
         // the reader.
         const qint64 windowEnd = m_windowStart + m_window.size();
         const bool covered = position >= m_windowStart && windowEnd - position >= kPieceSize / 2;
+        // A read-ahead on its way is kept while it still reaches past the reader; replacing it
+        // each time would starve it when the reader runs ahead of the disk.
         const bool pending = m_pendingStart >= 0 && position >= m_pendingStart &&
-                             position < m_pendingStart + kPieceSize / 2;
+                             position < m_pendingStart + kPieceSize;
         if (covered || pending || m_closed.load()) return;
         m_pendingStart = position;
         generation = m_generation;
