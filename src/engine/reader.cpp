@@ -13,6 +13,9 @@ Reader::Reader(const char* path, CancelFn cancel, void* context)
 {
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error) || error) fail(kInputOutput);
+    // Unbuffered: every read already asks for what it needs, so a stream buffer would only add a
+    // copy and read more than asked after each seek.
+    m_stream.rdbuf()->pubsetbuf(nullptr, 0);
     m_stream.open(path, std::ios::in | std::ios::binary);
     if (!m_stream) fail(kInputOutput);
     m_stream.seekg(0, std::ios::end);
