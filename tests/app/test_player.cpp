@@ -292,6 +292,26 @@ private slots:
         QCOMPARE(f.player->speed(), 1.0);
     }
 
+    void deactivationAndQuitEndTheBoostAndSave()
+    {
+        PlayerFixture f;
+        const QUrl a = f.file("a.mp4");
+        f.load(a, 100);
+        f.player->beginBoost();
+        f.player->seek(30);
+        QVERIFY(QMetaObject::invokeMethod(qApp, "applicationStateChanged",
+                                          Q_ARG(Qt::ApplicationState, Qt::ApplicationInactive)));
+        QVERIFY(!f.player->isBoosting());
+        QCOMPARE(f.player->speed(), 1.0);
+        QCOMPARE(f.player->savedPosition(a), 30.0);
+
+        f.player->beginBoost();
+        f.player->seek(40);
+        QVERIFY(QMetaObject::invokeMethod(qApp, "aboutToQuit"));
+        QVERIFY(!f.player->isBoosting());
+        QCOMPARE(f.player->savedPosition(a), 40.0);
+    }
+
     void volumeClampsAndOverlayTiming()
     {
         PlayerFixture f;

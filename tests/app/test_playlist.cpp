@@ -101,6 +101,11 @@ private slots:
         QTRY_COMPARE(names(f.player->playlist()),
                      (QStringList{"episode 1.MP4", "Episode 2.mkv", "Episode 10.mp4"}));
 
+        // A link opens as the file it points to.
+        QVERIFY(QFile::link(ep2.toLocalFile(), f.dir.filePath("link.mkv")));
+        f.player->open(QUrl::fromLocalFile(f.dir.filePath("link.mkv")));
+        QCOMPARE(f.player->currentURL(), ep2);
+
         // Opening an entry of the list keeps the list; stepping has no wrap-around.
         const int generation = f.player->playlistGeneration();
         f.player->next(1);

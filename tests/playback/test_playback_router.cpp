@@ -64,15 +64,20 @@ class PlaybackRouterTest : public QObject {
 private slots:
     void refusesWhatNoSlotAccepts()
     {
-        // The standard list holds no backend yet: every file is refused with the format error.
-        PlaybackRouter standard;
-        QVERIFY(standard.playbackSlots().size() == standardSlots().size());
+        // A file that no slot accepts is refused with the format error.
+        PlaybackRouter empty(std::vector<PlaybackSlot>{});
         QList<PlaybackEvent> events;
-        standard.setOnEvent([&](const PlaybackEvent& event) { events.append(event); });
-        standard.open(QUrl::fromLocalFile("/tmp/movie.mp4"));
-        if (standardSlots().empty()) {
-            QCOMPARE(events.size(), 1);
-            QCOMPARE(events.first(), failed(kFileFormatNotRecognized));
+        empty.setOnEvent([&](const PlaybackEvent& event) { events.append(event); });
+        empty.open(QUrl::fromLocalFile("/tmp/movie.mp4"));
+        QCOMPARE(events, QList<PlaybackEvent>{failed(kFileFormatNotRecognized)});
+        QVERIFY(!empty.active());
+
+        // The standard list starts with the native backend for every local file.
+        const auto standard = standardSlots();
+        if (!standard.empty()) {
+            QCOMPARE(standard.front().id, QStringLiteral("native"));
+            QVERIFY(standard.front().accepts(QUrl::fromLocalFile("/x/any.thing")));
+            QVERIFY(!standard.front().accepts(QUrl("https://example.com/a.mp4")));
         }
 
         Harness h;
