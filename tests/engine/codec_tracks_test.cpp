@@ -69,6 +69,25 @@ TEST(CodecTracks, Ac3WithoutAudioElement)
     EXPECT_EQ(openCode(matroskaFile(audioTrack("A_AC3"), cluster(0, el(0xA3, laced)))), 2u);
 }
 
+TEST(CodecTracks, JoinedAc3SyncFramesCountTogether)
+{
+    // Two sync frames in one block decode to two frames' worth of samples; bytes after the last
+    // frame that do not start a new one are not counted.
+    const auto track = audioTrack("A_AC3", rate(48000));
+    const Bytes two = cat({ac3Frame(), ac3Frame()});
+    const Bytes tail = cat({ac3Frame(), Bytes(16, 0)});
+    EXPECT_EQ(demux(matroskaFile(track, cluster(0, simpleBlock(0, true, two))))
+                  .tracks.at(0)
+                  .samples.at(0)
+                  .pcmSamples,
+              3072u);
+    EXPECT_EQ(demux(matroskaFile(track, cluster(0, simpleBlock(0, true, tail))))
+                  .tracks.at(0)
+                  .samples.at(0)
+                  .pcmSamples,
+              1536u);
+}
+
 TEST(CodecTracks, FlacStreamInfoRateWins)
 {
     // STREAMINFO of 44.1 kHz stereo 16-bit, in a track that claims 48 kHz.

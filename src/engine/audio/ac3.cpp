@@ -157,24 +157,27 @@ Ac3Frame ac3Frame(std::span<const std::uint8_t> frame)
     return result;
 }
 
-std::uint32_t eac3FrameSamples(std::span<const std::uint8_t> frame)
+Eac3Header eac3Header(std::span<const std::uint8_t> frame)
 {
     Cursor bits(frame);
     if (bits.bits(16) != kSyncWord) fail(1);
-    bits.skip(16); // stream type, substream, frame size
+    Eac3Header header;
+    const auto type = static_cast<unsigned>(bits.bits(2));
+    if (type == 3) fail(1);
+    header.dependent = type == 1;
+    header.substream = static_cast<std::uint32_t>(bits.bits(3));
+    header.frameSize = (static_cast<std::uint32_t>(bits.bits(11)) + 1) * 2;
+    unsigned blockCode = 3;
     if (bits.bits(2) == 3) {
         if (bits.bits(2) == 3) fail(1);
-        bits.skip(4);
     } else {
-        const auto blockCode = static_cast<unsigned>(bits.bits(2));
-        bits.skip(4);
-        const auto bsid = bits.bits(5);
-        if (bsid <= 10 || bsid > 16) fail(2);
-        return 256 * kBlocks[blockCode];
+        blockCode = static_cast<unsigned>(bits.bits(2));
     }
+    bits.skip(4); // acmod, lfeon
     const auto bsid = bits.bits(5);
     if (bsid <= 10 || bsid > 16) fail(2);
-    return 256 * 6;
+    header.samples = 256 * kBlocks[blockCode];
+    return header;
 }
 
 Eac3Frame eac3Frame(std::span<const std::uint8_t> frame)

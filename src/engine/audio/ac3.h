@@ -34,8 +34,14 @@ struct Eac3Frame {
 // damaged frames, Error(2) for bitstream versions outside E-AC-3.
 Eac3Frame eac3Frame(std::span<const std::uint8_t> frame);
 
-// Samples per channel that the E-AC-3 access unit starting with these bytes decodes to (from the
-// first sync frame's header alone; at least 5 bytes are needed).
-std::uint32_t eac3FrameSamples(std::span<const std::uint8_t> frame);
+// The fields of one E-AC-3 sync frame header needed to walk an access unit and count its samples
+// (at least 5 bytes are read). Throws like eac3Frame.
+struct Eac3Header {
+    bool dependent = false;
+    std::uint32_t substream = 0;
+    std::uint32_t frameSize = 0; // bytes
+    std::uint32_t samples = 0;   // per channel
+};
+Eac3Header eac3Header(std::span<const std::uint8_t> frame);
 
 } // namespace qv_audio

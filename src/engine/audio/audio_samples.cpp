@@ -20,6 +20,32 @@ std::vector<std::uint8_t> head(qv::Reader& reader, std::uint64_t position, std::
     return bytes;
 }
 
+// Samples in a Dolby frame. A block normally holds one sync frame, but muxers may join several;
+// further frames are counted only where a sync word follows the previous frame's end, and for
+// E-AC-3 only the first programme's independent substreams add time.
+std::uint32_t dolbySamples(qv::Reader& reader, qv::Codec codec, std::uint64_t position,
+                           std::uint64_t size)
+{
+    std::uint64_t total = 0;
+    for (std::uint64_t offset = 0; offset < size;) {
+        if (offset > 0 && (size - offset < 8 || reader.byte(position + offset) != 0x0B ||
+                           reader.byte(position + offset + 1) != 0x77))
+            break;
+        const auto bytes = head(reader, position + offset, size - offset, 8);
+        if (codec == qv::Codec::Ac3) {
+            const auto frame = ac3Frame(bytes);
+            total += frame.samplesPerFrame;
+            offset += frame.frameSize;
+        } else {
+            const auto frame = eac3Header(bytes);
+            if (!frame.dependent && frame.substream == 0) total += frame.samples;
+            offset += frame.frameSize;
+        }
+    }
+    if (total == 0 || total > 0xFFFFFFFFu) fail(1);
+    return static_cast<std::uint32_t>(total);
+}
+
 } // namespace
 
 std::uint32_t audioSamples(qv::Reader& reader, const qv::Track& track, std::uint64_t position,
@@ -38,9 +64,8 @@ std::uint32_t audioSamples(qv::Reader& reader, const qv::Track& track, std::uint
     case qv::Codec::Flac:
         return flacFrameSamples(head(reader, position, size, 16));
     case qv::Codec::Ac3:
-        return ac3Frame(head(reader, position, size, 8)).samplesPerFrame;
     case qv::Codec::Eac3:
-        return eac3FrameSamples(head(reader, position, size, 8));
+        return dolbySamples(reader, track.codec, position, size);
     case qv::Codec::Mp3: {
         const auto frame = mpegAudioFrame(head(reader, position, size, 4));
         // Layers I and II would need another sample description than ".mp3".
