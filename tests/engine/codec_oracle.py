@@ -190,6 +190,13 @@ def main():
         for name, expected in PRESENCE.items():
             if not args.only or name in args.only:
                 presence(name, os.path.join(args.fixtures, name), expected, args.qvmedia)
+        # The probe's own failures come back as the engine's codes.
+        empty = os.path.join(tmp, 'empty.ts')
+        open(empty, 'wb').close()
+        for path, code in ((empty, 1), (tmp, 5), (os.path.join(tmp, 'missing.ts'), 5)):
+            result = qvmedia(['presence', path], args.qvmedia)
+            if result.returncode != code or not result.stderr.startswith(f'error {code}: '):
+                fail(path, f'presence: expected error {code}, got exit {result.returncode}')
         if args.corpus and os.path.isdir(args.corpus):
             corpus(args.corpus, tmp, args.qvmedia, [n for n in args.only if '/' in n])
         else:
