@@ -12,6 +12,12 @@
 namespace qv {
 namespace {
 
+// Frees a vector's storage (assigning {} would only empty it and keep the capacity).
+template <typename Vector> void release(Vector& v)
+{
+    Vector().swap(v);
+}
+
 struct Location {
     std::uint64_t track = 0;
     std::uint64_t sample = 0;
@@ -50,9 +56,9 @@ QVMedia::QVMedia(const char* path, qv::CancelFn cancel, void* context)
     // Reads go through the slices alone; the per-sample lists are no longer needed.
     for (auto& t : tracks) {
         t.sampleCount = t.samples.size();
-        t.samples = {};
-        t.timing.durations = {};
-        t.timing.compositions = {};
+        qv::release(t.samples);
+        qv::release(t.timing.durations);
+        qv::release(t.timing.compositions);
     }
 }
 
@@ -94,10 +100,10 @@ void QVMedia::layout(qv::Index& index)
         require(cursor + sampleSize >= cursor);
         cursor += sampleSize;
     }
-    locations = {};
+    release(locations);
 
     const auto moov = writeMovie(index, offsets);
-    offsets = {};
+    release(offsets);
     header.reserve(headerSize);
     header = ftyp;
     header.insert(header.end(), moov.begin(), moov.end());
