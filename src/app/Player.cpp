@@ -10,6 +10,7 @@
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QLoggingCategory>
 #include <QQuickItem>
 #include <QSettings>
 #include <QSurfaceFormat>
@@ -19,6 +20,8 @@
 #include <limits>
 
 namespace quorvane {
+
+Q_LOGGING_CATEGORY(lcPlayer, "quorvane.player")
 
 namespace {
 
@@ -175,6 +178,7 @@ void Player::open(const QUrl& requested)
     const QUrl url = canonicalFileUrl(requested);
     const QFileInfo info(url.toLocalFile());
     if (url.isEmpty() || !info.isFile() || !info.isReadable()) {
+        qCDebug(lcPlayer) << "refusing to open an unreadable file";
         setError(translate(QStringLiteral("Unable to read this file")));
         return;
     }
@@ -263,6 +267,7 @@ void Player::didLoad(const PlaybackMediaInfo& info)
 
 void Player::didFail(qint64 code)
 {
+    qCInfo(lcPlayer) << "playback failed with" << code;
     setError(cannotPlayText());
     diagnostics().record(QStringLiteral("media.failed"),
                          {{QStringLiteral("code"), QString::number(code)}});

@@ -2,9 +2,13 @@
 
 #include "StandardSlots.h"
 
+#include <QLoggingCategory>
+
 #include <cmath>
 
 namespace quorvane {
+
+Q_LOGGING_CATEGORY(lcRouter, "quorvane.playback.router")
 
 PlaybackRouter::PlaybackRouter(std::optional<std::vector<PlaybackSlot>> slotList, QObject* parent)
     : PlaybackBackend(parent), m_videoView(std::make_unique<QQuickItem>()),
@@ -99,6 +103,8 @@ void PlaybackRouter::handle(const QUuid& generation, const PlaybackEvent& event)
     if (generation != m_generation) return;
     if (const auto* failed = std::get_if<PlaybackEvents::Failed>(&event)) {
         if (!m_ready && !m_candidates.empty()) {
+            qCInfo(lcRouter) << "slot" << m_activeSlotID.value_or(QString()) << "failed with"
+                             << failed->code << "- trying" << m_candidates.front().id;
             advance(failed->code);
             return;
         }

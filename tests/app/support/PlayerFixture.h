@@ -33,6 +33,16 @@ struct PlayerFixture {
 
     ~PlayerFixture() { setPlayerLanguageSettings(nullptr); }
 
+    // Writes the settings file and reads it back from disk, as a new launch would.
+    void reopenSettings()
+    {
+        player.reset();
+        settings->sync();
+        settings = std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
+        setPlayerLanguageSettings(settings.get());
+        makePlayer();
+    }
+
     // A new player over the same settings, as after a restart.
     void makePlayer(bool muted = false)
     {
