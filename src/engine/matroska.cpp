@@ -12,6 +12,7 @@
 #include <cmath>
 #include <limits>
 #include <optional>
+#include <set>
 
 namespace qv {
 namespace {
@@ -95,8 +96,8 @@ private:
     Index m_index;
     std::vector<Cluster> m_clusters;
     std::vector<TrackState> m_states;
-    std::vector<std::uint64_t> m_numbers; // every track number seen, to keep them unique
-    Frames m_frames;                      // reused by every block
+    std::set<std::uint64_t> m_numbers; // every track number seen, skipped tracks too
+    Frames m_frames;                   // reused by every block
     bool m_sawVideo = false;
     bool m_sawAudio = false;
 };
@@ -256,9 +257,7 @@ void Demuxer::trackEntry(const Element& entry)
         p = e.end;
     }
     require(haveNumber);
-    for (const auto n : m_numbers)
-        require(n != track.number);
-    m_numbers.push_back(track.number);
+    require(m_numbers.insert(track.number).second);
 
     if (type != kVideo && type != kAudio) return;
     if (!track.enabled) return;
