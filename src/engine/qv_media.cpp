@@ -99,8 +99,7 @@ int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel,
     int32_t result = 0;
     const auto code = guarded([&] {
         qv::Reader reader(path, cancel, context);
-        const auto data =
-            reader.bytes(0, std::min<std::uint64_t>(reader.size(), qv::limits::kMaxRead));
+        const auto data = reader.bytes(0, std::min(reader.size(), qv::limits::kTransportScanBytes));
         result = static_cast<int32_t>(qv_transport::presence(data));
         reader.check();
     });
