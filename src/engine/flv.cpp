@@ -37,6 +37,7 @@ struct Demux {
             require(!audioHeader, kUnsupported);
             audioHeader = true;
             audio.codecPrivate = reader.bytes(position + 13, dataSize - 2);
+            audio.audio = qv_audio::aac(audio.codecPrivate);
             return;
         }
         require(packetType == kAacRaw);
@@ -136,7 +137,6 @@ Index flv(Reader& reader)
         Track& a = d.audio;
         // Frames before a configuration cannot be described to the decoder.
         require(d.audioHeader, kUnsupported);
-        a.audio = qv_audio::aac(a.codecPrivate);
         a.number = 2;
         a.kind = kAudio;
         a.codec = Codec::Aac;
