@@ -14,7 +14,7 @@ ArrowKeyPlayback::ArrowKeyPlayback(Player* player, QObject* parent)
             [this] { tick(m_started + m_heldFor.nsecsElapsed() / 1e9); });
 }
 
-bool ArrowKeyPlayback::keyDown(quint16 code, double time)
+bool ArrowKeyPlayback::keyDown(int code, double time)
 {
     switch (code) {
     case kUpArrow:
@@ -31,7 +31,7 @@ bool ArrowKeyPlayback::keyDown(quint16 code, double time)
     case kRightArrow:
         // Auto-repeat of the held key, or a second arrow while one is held, starts nothing.
         if (!m_key) {
-            m_key = code;
+            m_key = quint16(code);
             m_started = time;
             m_heldFor.start();
             m_timer.start();
@@ -61,6 +61,13 @@ std::optional<double> ArrowKeyPlayback::release(quint16 code, double time)
     }
     cancel();
     return step;
+}
+
+bool ArrowKeyPlayback::keyUp(int code, double time)
+{
+    if (code < 0 || code > 0xFFFF || !m_key || *m_key != code) return false;
+    release(quint16(code), time);
+    return true;
 }
 
 void ArrowKeyPlayback::cancel()

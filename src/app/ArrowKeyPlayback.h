@@ -35,11 +35,13 @@ public:
 
     explicit ArrowKeyPlayback(Player* player, QObject* parent = nullptr);
 
-    // Returns whether the key is one of ours. Return and keypad Enter play or pause.
-    Q_INVOKABLE bool keyDown(quint16 code, double time);
+    // Returns whether the key is one of ours. Return and keypad Enter play or pause. Codes come
+    // as int so that QML can pass plain numbers.
+    Q_INVOKABLE bool keyDown(int code, double time);
     // The seek step applied for a tap, or nothing (a hold, or a key that is not the held one).
     std::optional<double> release(quint16 code, double time);
-    Q_INVOKABLE bool keyUp(quint16 code, double time) { return release(code, time).has_value(); }
+    // Whether the release was one of ours (a tap that seeked or the end of a hold).
+    Q_INVOKABLE bool keyUp(int code, double time);
     // Forgets the held key and ends any boost.
     Q_INVOKABLE void cancel();
 

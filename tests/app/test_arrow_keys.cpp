@@ -59,6 +59,12 @@ private slots:
         keys.cancel();
         QVERIFY(!keys.key());
         QVERIFY(!keys.isTimerActive());
+
+        // The QML entry point: out-of-range and foreign codes are not ours.
+        keys.keyDown(ArrowKeyPlayback::kLeftArrow, 2.0);
+        QVERIFY(!keys.keyUp(ArrowKeyPlayback::kLeftArrow + 0x10000, 2.1));
+        QVERIFY(keys.keyUp(ArrowKeyPlayback::kLeftArrow, 2.1));
+        QCOMPARE(f.backend->seeks, QList<double>{0});
     }
 
     void holdBoostsUntilReleaseAndRestoresTheSpeed()
