@@ -100,7 +100,8 @@ void NativePlayback::setVolume(double volume)
 PlaybackSnapshot NativePlayback::snapshot() const
 {
     PlaybackSnapshot snap;
-    if (m_phase == Phase::Idle) return snap;
+    // Before Ready the player has nothing to report, and its track lists must not be asked for yet.
+    if (m_phase != Phase::Ready) return snap;
     // At the end the player rewinds its clock; the file still sits at its end until played again.
     const qint64 ms = m_ended ? m_player->duration() : m_player->position();
     snap.position = ms > 0 ? double(ms) / 1000.0 : 0.0;
@@ -176,6 +177,9 @@ void NativePlayback::startPlayer(const QUrl& source, QIODevice* device)
         m_player->setSourceDevice(device, source);
     else
         m_player->setSource(source);
+    // Paused before it loads: a picture prerolled while the player still counts as stopped is
+    // never handed on by Qt 6.4, and the first picture is what completes the opening.
+    m_player->pause();
 }
 
 void NativePlayback::play(double rate)
@@ -313,6 +317,7 @@ void NativePlayback::handleFrame(quint64 generation, const QVideoFrame& frame)
         m_firstFrame = true;
         m_hdr = nativemedia::isHdrTransfer(frame.surfaceFormat().colorTransfer());
         m_frameSize = frame.size();
+        emit firstFrameShown();
         checkReady();
         return;
     }
@@ -363,9 +368,10 @@ void NativePlayback::playerLoaded()
         fail(kFileFormatNotRecognized);
         return;
     }
-    // Every stream the engine remuxed must have been taken up by the player.
+    // Every stream the engine remuxed must have been taken up by the player (each audio stream is
+    // counted in checkReady, once the track list is complete).
     if (m_container && ((m_container->videoTracks() > 0 && !hasVideo) ||
-                        qsizetype(m_container->audioTracks()) > m_player->audioTracks().size())) {
+                        (m_container->audioTracks() > 0 && !hasAudio))) {
         qCInfo(lcNative) << "the player loaded fewer streams than the file holds";
         fail(kFileFormatNotRecognized);
         return;
@@ -373,8 +379,6 @@ void NativePlayback::playerLoaded()
 
     const quint64 generation = m_generation;
     if (hasVideo) {
-        // Pausing prerolls the pipeline, which delivers the first picture without playing.
-        m_player->pause();
         QTimer::singleShot(kFirstFrameTimeoutMs, this, [this, generation] {
             if (generation != m_generation || m_phase != Phase::Loading || m_firstFrame) return;
             qCInfo(lcNative) << "no picture in time; opening without one";
@@ -428,6 +432,12 @@ void NativePlayback::checkReady()
     if ((m_transportVideo && !m_player->hasVideo()) ||
         (m_transportAudio && !m_player->hasAudio())) {
         qCInfo(lcNative) << "the transport stream holds streams the player did not load";
+        fail(kFileFormatNotRecognized);
+        return;
+    }
+
+    if (m_container && qsizetype(m_container->audioTracks()) > m_player->audioTracks().size()) {
+        qCInfo(lcNative) << "the player loaded fewer audio streams than the file holds";
         fail(kFileFormatNotRecognized);
         return;
     }

@@ -49,6 +49,13 @@ public:
     QQuickItem* videoView() override;
 
     double volume() const;
+
+signals:
+    // The first picture of the file being opened has arrived (once per open). For measurements;
+    // the owner learns everything it needs through onEvent.
+    void firstFrameShown();
+
+public:
     // The slowest and fastest rates play() accepts.
     static constexpr double kMinimumRate = 0.25;
     static constexpr double kMaximumRate = 20.0;
