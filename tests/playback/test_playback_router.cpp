@@ -1,7 +1,6 @@
 // The router over scripted backends: slot choice, fallback, the generation check and what it
 // carries from one backend to the next.
 #include "PlaybackRouter.h"
-#include "StandardSlots.h"
 #include "support/ScriptedBackend.h"
 
 #include <QFileInfo>
@@ -71,14 +70,6 @@ private slots:
         empty.open(QUrl::fromLocalFile("/tmp/movie.mp4"));
         QCOMPARE(events, QList<PlaybackEvent>{failed(kFileFormatNotRecognized)});
         QVERIFY(!empty.active());
-
-        // The standard list starts with the native backend for every local file.
-        const auto standard = standardSlots();
-        if (!standard.empty()) {
-            QCOMPARE(standard.front().id, QStringLiteral("native"));
-            QVERIFY(standard.front().accepts(QUrl::fromLocalFile("/x/any.thing")));
-            QVERIFY(!standard.front().accepts(QUrl("https://example.com/a.mp4")));
-        }
 
         Harness h;
         h.router->open(QUrl("https://example.com/movie.mp4"));
@@ -227,18 +218,6 @@ private slots:
         QCOMPARE(backend->lastSeekId, id);
         backend->nextSnapshot = {4.5, 1.5, 2, 3, 7};
         QCOMPARE(h.router->snapshot(), (PlaybackSnapshot{4.5, 1.5, 2, 3, 7}));
-    }
-
-    void slotThatCannotBuildCountsAsFailure()
-    {
-        std::vector<PlaybackSlot> slotList;
-        slotList.push_back({"broken", [](const QUrl&) { return true; },
-                            [] { return std::unique_ptr<PlaybackBackend>(); }});
-        PlaybackRouter router(std::move(slotList));
-        QList<PlaybackEvent> events;
-        router.setOnEvent([&](const PlaybackEvent& event) { events.append(event); });
-        router.open(QUrl::fromLocalFile("/media/a.mp4"));
-        QCOMPARE(events, QList<PlaybackEvent>{failed(kFileFormatNotRecognized)});
     }
 };
 
