@@ -34,6 +34,18 @@ QSizeF displaySize(const QSize& resolution, int rotationDegrees)
     return QSizeF(resolution);
 }
 
+int rotationDegrees(const QVariant& orientation)
+{
+    bool ok = false;
+    const int degrees = orientation.toInt(&ok);
+    if (ok) return degrees;
+    const QString text = orientation.toString();
+    const qsizetype dash = text.lastIndexOf(QLatin1Char('-'));
+    if (!text.contains(QLatin1String("rotate")) || dash < 0) return 0;
+    const int parsed = text.mid(dash + 1).toInt(&ok);
+    return ok ? parsed : 0;
+}
+
 bool isHdrTransfer(QVideoFrameFormat::ColorTransfer transfer)
 {
     return transfer == QVideoFrameFormat::ColorTransfer_ST2084 ||

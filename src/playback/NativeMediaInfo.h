@@ -19,6 +19,10 @@ bool isTransportStream(const QUrl& url);
 // The picture's displayed size: the coded resolution turned by the rotation in degrees.
 QSizeF displaySize(const QSize& resolution, int rotationDegrees);
 
+// Degrees from the player's orientation metadata: a number, or a GStreamer image-orientation text
+// such as "rotate-90" or "flip-rotate-270"; anything else is 0.
+int rotationDegrees(const QVariant& orientation);
+
 // PQ (SMPTE ST 2084) and HLG (ARIB STD-B67) are the transfer functions of HDR video.
 bool isHdrTransfer(QVideoFrameFormat::ColorTransfer transfer);
 

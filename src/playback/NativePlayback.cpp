@@ -317,6 +317,7 @@ void NativePlayback::handleFrame(quint64 generation, const QVideoFrame& frame)
         m_firstFrame = true;
         m_hdr = nativemedia::isHdrTransfer(frame.surfaceFormat().colorTransfer());
         m_frameSize = frame.size();
+        m_frameRotation = int(frame.rotationAngle());
         emit firstFrameShown();
         checkReady();
         return;
@@ -448,12 +449,14 @@ void NativePlayback::checkReady()
     if (m_player->hasVideo()) {
         QSize resolution = meta.value(QMediaMetaData::Resolution).toSize();
         if (!resolution.isValid()) resolution = m_frameSize;
-        info.width =
-            nativemedia::displaySize(resolution, meta.value(QMediaMetaData::Orientation).toInt())
-                .width();
-        info.height =
-            nativemedia::displaySize(resolution, meta.value(QMediaMetaData::Orientation).toInt())
-                .height();
+        // Qt 6.4 hands the rotation on with the pictures; its metadata holds GStreamer's tag text.
+        const int rotation =
+            m_frameRotation != 0
+                ? m_frameRotation
+                : nativemedia::rotationDegrees(meta.value(QMediaMetaData::Orientation));
+        const QSizeF displayed = nativemedia::displaySize(resolution, rotation);
+        info.width = displayed.width();
+        info.height = displayed.height();
         bool ok = false;
         double rate = meta.value(QMediaMetaData::VideoFrameRate).toDouble(&ok);
         if ((!ok || rate <= 0) && !m_player->videoTracks().isEmpty())

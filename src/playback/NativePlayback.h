@@ -101,6 +101,7 @@ private:
     bool m_transportVideo = false;
     bool m_hdr = false;
     QSize m_frameSize;
+    int m_frameRotation = 0; // degrees, from the first picture
     bool m_ended = false;
 
     SeekTracker m_seeks;

@@ -30,6 +30,12 @@ TEST(NativeMediaInfo, DisplaySizeFollowsQuarterTurns)
     EXPECT_EQ(nativemedia::displaySize(coded, 270), QSizeF(1080, 1920));
     EXPECT_EQ(nativemedia::displaySize(coded, -90), QSizeF(1080, 1920));
     EXPECT_EQ(nativemedia::displaySize(QSize(), 90), QSizeF());
+
+    EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("rotate-270")), 270);
+    EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("flip-rotate-90")), 90);
+    EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("flip-horizontal-1")), 0);
+    EXPECT_EQ(nativemedia::rotationDegrees(180), 180);
+    EXPECT_EQ(nativemedia::rotationDegrees(QVariant()), 0);
 }
 
 TEST(NativeMediaInfo, OnlyPqAndHlgAreHdr)

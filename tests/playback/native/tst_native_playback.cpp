@@ -160,6 +160,13 @@ TEST_F(NativePlaybackTest, AudioTracksSwitchAndTheSnapshotFollows)
     }
 }
 
+TEST_F(NativePlaybackTest, RotatedVideoReportsItsDisplayedSize)
+{
+    const auto info = openReady("native-rotated.mp4");
+    EXPECT_EQ(info.width, 240);
+    EXPECT_EQ(info.height, 320);
+}
+
 TEST_F(NativePlaybackTest, Hdr10IsReportedFromTheTransferFunction)
 {
     EXPECT_TRUE(openReady("native-hdr10.mp4").hdr);
