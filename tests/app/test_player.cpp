@@ -4,6 +4,9 @@
 #include "StandardSlots.h"
 #include "support/PlayerFixture.h"
 
+#include <QQmlComponent>
+#include <QQmlContext>
+#include <QQmlEngine>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -112,6 +115,52 @@ private slots:
             QStringLiteral("This computer cannot play this file's format or codec."), 20000);
         QVERIFY(!player.loaded());
         QCOMPARE(log.entries().last().event, QStringLiteral("media.failed"));
+    }
+
+    void qmlSeesThePublishedState()
+    {
+        PlayerFixture f;
+        const QUrl a = f.file("clips/a.mp4"), b = f.file("clips/b.mp4");
+        f.load(a, 90, {{3, PlaybackTrackKind::Subtitle, "English"}});
+        QTRY_COMPARE(f.player->playlist(), (QList<QUrl>{a, b}));
+        QQmlEngine engine;
+        engine.rootContext()->setContextProperty("player", f.player.get());
+        QQmlComponent component(&engine);
+        component.setData(R"(
+            import QtQml
+            QtObject {
+                property string title: player.title
+                property string trackType: player.tracks[0].type
+                property int trackId: player.tracks[0].id
+                property real duration: player.duration
+                property string order: player.playlistSortOrder
+                property string time: player.formatTime(3600)
+                function act() {
+                    player.playlistSortOrder = "creationDate"
+                    player.selectTrack("subtitle", 3)
+                    player.addFiles(false, [player.recentFiles[0]])
+                    return player.speedChoices.length
+                }
+            })",
+                          QUrl());
+        std::unique_ptr<QObject> object(component.create());
+        QVERIFY2(object, qPrintable(component.errorString()));
+        QCOMPARE(object->property("title").toString(), QStringLiteral("a"));
+        QCOMPARE(object->property("trackType").toString(), QStringLiteral("subtitle"));
+        QCOMPARE(object->property("trackId").toInt(), 3);
+        QCOMPARE(object->property("duration").toDouble(), 90.0);
+        QCOMPARE(object->property("order").toString(), QStringLiteral("name"));
+        QCOMPARE(object->property("time").toString(), QStringLiteral("1:00:00"));
+        QVariant choices;
+        QVERIFY(QMetaObject::invokeMethod(object.get(), "act", Q_RETURN_ARG(QVariant, choices)));
+        QCOMPARE(choices.toInt(), 8);
+        QCOMPARE(f.player->playlistSortOrder(), PlaylistSortOrder::CreationDate);
+        QVERIFY(f.backend->calls.contains("select subtitle 3"));
+        // The JavaScript array arrived as a list of URLs: a batch ran and merged without
+        // duplicates.
+        QCOMPARE(f.player->playlistGeneration(), 2);
+        QTest::qWait(100);
+        QCOMPARE(f.player->playlist().size(), 2);
     }
 
     void seeksAndThePendingTarget()
