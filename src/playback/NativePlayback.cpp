@@ -30,6 +30,8 @@ constexpr int kFirstFrameTimeoutMs = 3000;
 // file) still completes after this long, so the owner never waits forever.
 constexpr int kSeekFallbackMs = 1500;
 constexpr qint64 kDefaultFrameMs = 40;
+// How far before its known end a remuxed file may stop and still count as played to the end.
+constexpr qint64 kEarlyEndMs = 1000;
 
 const char* const kVideoItemQml = R"(
 import QtQuick
@@ -337,6 +339,15 @@ void NativePlayback::handleStatus(QMediaPlayer::MediaStatus status)
         if (m_phase == Phase::Loading && !m_loaded) playerLoaded();
         break;
     case QMediaPlayer::EndOfMedia:
+        // A remuxed file knows its exact length: an end of stream well before it means the
+        // source could not be read any further (cut short or gone), not the end of the movie.
+        if (m_phase == Phase::Ready && m_container &&
+            m_player->duration() - m_player->position() > kEarlyEndMs) {
+            qCInfo(lcNative) << "the stream ended at" << m_player->position() << "of"
+                             << m_player->duration() << "ms";
+            fail(kUnknownMediaError);
+            break;
+        }
         if (m_phase == Phase::Ready && !m_ended) {
             m_ended = true;
             emitEvent(PlaybackEvents::Ended{});

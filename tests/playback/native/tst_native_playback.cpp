@@ -216,9 +216,34 @@ TEST_F(NativePlaybackTest, NothingOfAnEarlierFileReachesTheOwner)
     EXPECT_EQ(backend.snapshot(), PlaybackSnapshot{});
 }
 
+TEST_F(NativePlaybackTest, AFileCutShortWhilePlayingFails)
+{
+    // The remuxed path reads the source for every piece the player asks for; a source that loses
+    // its data under the player must end in a failure, not in a hang.
+    QTemporaryDir dir;
+    const QString path = dir.filePath("movie.mkv");
+    ASSERT_TRUE(QFile::copy(fixture("native-long.mkv").toLocalFile(), path));
+    backend.open(QUrl::fromLocalFile(path));
+    ASSERT_TRUE(waitUntil([&] { return recorder.count<Ready>() == 1; }));
+    backend.play(1.0);
+    ASSERT_TRUE(waitUntil([&] { return backend.snapshot().position > 0.2; }));
+    ASSERT_TRUE(QFile::resize(path, 4000));
+    backend.seek(8.0, QUuid::createUuid());
+    ASSERT_TRUE(
+        waitUntil([&] { return recorder.count<Failed>() + recorder.count<Ended>() > 0; }, 10000));
+    EXPECT_EQ(recorder.all<Failed>(), QList<Failed>{{kUnknownMediaError}});
+}
+
 TEST_F(NativePlaybackTest, RemuxedContainersOpenWithTheirInformation)
 {
     expectH264Movie(openReady("native-h264-aac.mkv"));
+    // Played to its end, a remuxed file ends like any other.
+    backend.seek(2.5, QUuid::createUuid());
+    backend.play(2.0);
+    ASSERT_TRUE(waitUntil([&] { return recorder.count<Ended>() + recorder.count<Failed>() > 0; }));
+    EXPECT_EQ(recorder.count<Ended>(), 1);
+    EXPECT_EQ(recorder.count<Failed>(), 0);
+
     recorder.events.clear();
     expectH264Movie(openReady("native-h264-aac.flv"));
 
