@@ -102,7 +102,7 @@ void NativePlayback::setVolume(double volume)
 PlaybackSnapshot NativePlayback::snapshot() const
 {
     PlaybackSnapshot snap;
-    // Before Ready the player has nothing to report, and its track lists must not be asked for yet.
+    // Before Ready the player holds nothing of this file worth reporting.
     if (m_phase != Phase::Ready) return snap;
     // At the end the player rewinds its clock; the file still sits at its end until played again.
     const qint64 ms = m_ended ? m_player->duration() : m_player->position();

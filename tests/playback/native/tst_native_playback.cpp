@@ -87,6 +87,13 @@ TEST_F(NativePlaybackTest, Mp4OpensWithItsInformationAndPlaysPausesAndEnds)
     EXPECT_EQ(recorder.count<Failed>(), 0);
 }
 
+TEST_F(NativePlaybackTest, TransportStreamOpensOnceItsProbeAgrees)
+{
+    const auto info = openReady("native-h264-aac.ts");
+    EXPECT_EQ(info.width, 320);
+    EXPECT_EQ(info.tracks.size(), 1);
+}
+
 TEST_F(NativePlaybackTest, RatesOutsideTheRangeAndBadVolumesAreIgnored)
 {
     openReady("native-h264-aac.mp4");
