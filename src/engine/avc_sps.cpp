@@ -2,7 +2,7 @@
 
 #include "bit_cursor.h"
 #include "failure.h"
-#include "limits.h"
+#include "engine_limits.h"
 
 #include <vector>
 

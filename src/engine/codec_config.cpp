@@ -6,7 +6,7 @@
 #include "audio/mpeg_audio.h"
 #include "audio/opus.h"
 #include "failure.h"
-#include "limits.h"
+#include "engine_limits.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include "audio/aac.h"
 #include "avc_sps.h"
 #include "failure.h"
-#include "limits.h"
+#include "engine_limits.h"
 
 namespace qv {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "ebml.h"
 #include "failure.h"
-#include "limits.h"
+#include "engine_limits.h"
 
 namespace qv {
 

@@ -6,7 +6,7 @@
 #include "ebml.h"
 #include "failure.h"
 #include "lacing.h"
-#include "limits.h"
+#include "engine_limits.h"
 #include "matroska_ids.h"
 
 #include <cmath>

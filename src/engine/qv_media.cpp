@@ -3,7 +3,7 @@
 
 #include "audio/audio_error.h"
 #include "failure.h"
-#include "limits.h"
+#include "engine_limits.h"
 #include "media.h"
 #include "transport_stream.h"
 

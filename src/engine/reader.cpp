@@ -1,7 +1,7 @@
 #include "reader.h"
 
 #include "failure.h"
-#include "limits.h"
+#include "engine_limits.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,6 +1,6 @@
 #include "transport_stream.h"
 
-#include "limits.h"
+#include "engine_limits.h"
 
 #include <array>
 #include <map>
