@@ -1,98 +1,72 @@
 #include "engine/audio/aac.h"
 #include "engine/audio/bits.h"
 #include "engine/audio/opus.h"
+#include "engine_test_support.h"
 
 #include <gtest/gtest.h>
 
-namespace {
+using namespace qv_test;
 
-using Bytes = std::vector<std::uint8_t>;
-
-std::uint32_t codeOf(const Bytes& config)
+TEST(Aac, Configurations)
 {
-    try {
-        qv_audio::aac(config);
-    } catch (const qv_audio::Error& e) {
-        return e.code();
+    struct Case {
+        Bytes config;
+        std::uint32_t rate, channels, samples;
+    };
+    const std::vector<Case> cases{
+        {{0x12, 0x10}, 44100, 2, 1024}, // LC, 44100 Hz, stereo
+        // HE-AAC: core 24000 Hz, extension 48000 Hz, then the LC core type.
+        {pack({{5, 5}, {6, 4}, {2, 4}, {3, 4}, {2, 5}, {0, 3}}), 48000, 2, 2048},
+        // HE-AAC v2 needs a mono core and reports stereo.
+        {pack({{29, 5}, {6, 4}, {1, 4}, {3, 4}, {2, 5}, {0, 3}}), 48000, 2, 2048},
+        // Channel configuration 7 is eight channels; 960-sample frames; an explicit 24-bit rate.
+        {pack({{2, 5}, {3, 4}, {7, 4}, {0, 3}}), 48000, 8, 1024},
+        {pack({{2, 5}, {3, 4}, {2, 4}, {4, 3}}), 48000, 2, 960},
+        {pack({{2, 5}, {15, 4}, {22050, 24}, {1, 4}, {0, 3}}), 22050, 1, 1024},
+        // Backward-compatible signalling: LC 24000 Hz + sync 0x2B7, SBR, extension 48000 Hz,
+        // then PS sync 0x548 with PS.
+        {pack({{2, 5},
+               {6, 4},
+               {1, 4},
+               {0, 3},
+               {0x2B7, 11},
+               {5, 5},
+               {1, 1},
+               {3, 4},
+               {0x548, 11},
+               {1, 1}}),
+         48000, 2, 2048},
+        // SBR flagged off: the core alone; an extension rate equal to the core rate is fine
+        // (downsampled SBR: 1024 output samples).
+        {pack({{2, 5}, {6, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {0, 1}}), 24000, 2, 1024},
+        {pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {1, 1}, {3, 4}}), 48000, 2,
+         1024},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        const auto f = qv_audio::aac(cases[i].config);
+        EXPECT_EQ(f.sampleRate, cases[i].rate) << i;
+        EXPECT_EQ(f.channels, cases[i].channels) << i;
+        EXPECT_EQ(f.samplesPerFrame, cases[i].samples) << i;
+        EXPECT_EQ(f.bitsPerSample, 16u) << i;
     }
-    return 0;
-}
-
-// Packs (value, bits) fields most significant bit first.
-Bytes pack(std::initializer_list<std::pair<std::uint32_t, unsigned>> fields)
-{
-    Bytes out;
-    unsigned used = 0;
-    for (const auto& [value, bits] : fields) {
-        for (unsigned i = bits; i-- > 0;) {
-            if (used % 8 == 0) out.push_back(0);
-            out.back() |= static_cast<std::uint8_t>(((value >> i) & 1u) << (7 - used % 8));
-            ++used;
-        }
-    }
-    return out;
-}
-
-} // namespace
-
-TEST(Aac, PlainAndExplicitConfigurations)
-{
-    auto f = qv_audio::aac({0x12, 0x10}); // LC, 44100 Hz, stereo
-    EXPECT_EQ(f.sampleRate, 44100u);
-    EXPECT_EQ(f.channels, 2u);
-    EXPECT_EQ(f.samplesPerFrame, 1024u);
-    EXPECT_EQ(f.bitsPerSample, 16u);
-
-    // HE-AAC: core 24000 Hz, extension 48000 Hz, then the LC core type.
-    f = qv_audio::aac(pack({{5, 5}, {6, 4}, {2, 4}, {3, 4}, {2, 5}, {0, 3}}));
-    EXPECT_EQ(f.sampleRate, 48000u);
-    EXPECT_EQ(f.samplesPerFrame, 2048u);
-
-    // HE-AAC v2 needs a mono core and reports stereo.
-    f = qv_audio::aac(pack({{29, 5}, {6, 4}, {1, 4}, {3, 4}, {2, 5}, {0, 3}}));
-    EXPECT_EQ(f.channels, 2u);
-    EXPECT_EQ(codeOf(pack({{29, 5}, {6, 4}, {2, 4}, {3, 4}, {2, 5}, {0, 3}})), 2u);
-
-    // Channel configuration 7 is eight channels; 960-sample frames; an explicit 24-bit rate.
-    EXPECT_EQ(qv_audio::aac(pack({{2, 5}, {3, 4}, {7, 4}, {0, 3}})).channels, 8u);
-    EXPECT_EQ(qv_audio::aac(pack({{2, 5}, {3, 4}, {2, 4}, {4, 3}})).samplesPerFrame, 960u);
-    EXPECT_EQ(qv_audio::aac(pack({{2, 5}, {15, 4}, {22050, 24}, {1, 4}, {0, 3}})).sampleRate,
-              22050u);
-}
-
-TEST(Aac, BackwardCompatibleExtension)
-{
-    // LC 24000 Hz + sync 0x2B7, SBR, extension index 3 (48000), then PS sync 0x548 with PS.
-    const auto sbr = pack(
-        {{2, 5}, {6, 4}, {1, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {1, 1}, {3, 4}, {0x548, 11}, {1, 1}});
-    const auto f = qv_audio::aac(sbr);
-    EXPECT_EQ(f.sampleRate, 48000u);
-    EXPECT_EQ(f.channels, 2u);
-    EXPECT_EQ(f.samplesPerFrame, 2048u);
-    // SBR flagged off: the core alone.
-    EXPECT_EQ(qv_audio::aac(pack({{2, 5}, {6, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {0, 1}}))
-                  .sampleRate,
-              24000u);
-    // An extension rate equal to the core rate is fine; four times is not.
-    EXPECT_EQ(
-        qv_audio::aac(pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {1, 1}, {3, 4}}))
-            .sampleRate,
-        48000u);
-    EXPECT_EQ(codeOf(pack({{2, 5}, {8, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {1, 1}, {1, 4}})),
-              2u);
-    // An unknown sync word.
-    EXPECT_EQ(codeOf(pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}, {0x2B6, 11}, {5, 5}, {1, 1}})), 2u);
 }
 
 TEST(Aac, RefusedAndMalformedConfigurations)
 {
-    EXPECT_EQ(codeOf({0x12}), 1u);                                  // truncated
-    EXPECT_EQ(codeOf(pack({{2, 5}, {13, 4}, {2, 4}, {0, 3}})), 1u); // reserved rate index
-    EXPECT_EQ(codeOf(pack({{31, 5}, {3, 4}, {2, 4}, {0, 3}})), 2u); // escape object type
-    EXPECT_EQ(codeOf(pack({{1, 5}, {3, 4}, {2, 4}, {0, 3}})), 2u);  // AAC Main
-    EXPECT_EQ(codeOf(pack({{2, 5}, {3, 4}, {0, 4}, {0, 3}})), 2u);  // channel configuration 0
-    EXPECT_EQ(codeOf(pack({{2, 5}, {3, 4}, {2, 4}, {1, 3}})), 2u);  // extension flag
-    EXPECT_EQ(codeOf(pack({{2, 5}, {15, 4}, {7000, 24}, {2, 4}, {0, 3}})), 2u); // rate below 8000
+    const std::vector<std::pair<Bytes, std::uint32_t>> cases{
+        {{0x12}, 1},                                                  // truncated
+        {pack({{2, 5}, {13, 4}, {2, 4}, {0, 3}}), 1},                 // reserved rate index
+        {pack({{31, 5}, {3, 4}, {2, 4}, {0, 3}}), 2},                 // escape object type
+        {pack({{1, 5}, {3, 4}, {2, 4}, {0, 3}}), 2},                  // AAC Main
+        {pack({{2, 5}, {3, 4}, {0, 4}, {0, 3}}), 2},                  // channel configuration 0
+        {pack({{2, 5}, {3, 4}, {2, 4}, {1, 3}}), 2},                  // extension flag
+        {pack({{2, 5}, {15, 4}, {7000, 24}, {2, 4}, {0, 3}}), 2},     // rate below 8000
+        {pack({{29, 5}, {6, 4}, {2, 4}, {3, 4}, {2, 5}, {0, 3}}), 2}, // HE-AAC v2, stereo core
+        {pack({{2, 5}, {8, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {1, 1}, {1, 4}}), 2}, // 4x rate
+        {pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}, {0x2B6, 11}, {5, 5}, {1, 1}}), 2}, // unknown sync
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        EXPECT_EQ(codeOf([&] { qv_audio::aac(cases[i].first); }), cases[i].second) << i;
 }
 
 TEST(Bits, ReadsAcrossBytesAndRefusesOverruns)
@@ -108,8 +82,8 @@ TEST(Bits, ReadsAcrossBytesAndRefusesOverruns)
 
 TEST(Opus, HeadAndPacketDurations)
 {
-    Bytes head = {'O',  'p',  'u',  's',  'H', 'e', 'a', 'd', 1, 2,
-                  0x38, 0x01, 0x80, 0xBB, 0,   0,   0,   0,   0};
+    Bytes head =
+        cat({{'O', 'p', 'u', 's', 'H', 'e', 'a', 'd', 1, 2, 0x38, 0x01, 0x80, 0xBB}, Bytes(5, 0)});
     const auto h = qv_audio::opusHead(head);
     EXPECT_EQ(h.channels, 2u);
     EXPECT_EQ(h.preSkip, 312u);

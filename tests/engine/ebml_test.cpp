@@ -1,25 +1,10 @@
 #include "engine/ebml.h"
-#include "engine/failure.h"
 #include "engine/lacing.h"
 #include "engine_test_support.h"
 
 #include <gtest/gtest.h>
 
 using namespace qv_test;
-
-namespace {
-
-std::uint32_t codeOf(auto&& body)
-{
-    try {
-        body();
-    } catch (const qv::Failure& f) {
-        return f.code();
-    }
-    return 0;
-}
-
-} // namespace
 
 TEST(Ebml, VariableLengthIntegers)
 {

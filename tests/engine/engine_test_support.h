@@ -1,10 +1,16 @@
 #pragma once
-// Helpers for engine tests: temporary files from inline bytes and a tiny EBML/Matroska builder.
+// Helpers for engine tests: temporary files from inline bytes, failure codes, bit packing and a
+// tiny EBML/Matroska builder.
+#include "engine/audio/audio_error.h"
+#include "engine/failure.h"
+#include "engine/qv_media.h"
+
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -31,6 +37,28 @@ private:
     std::filesystem::path m_path;
 };
 
+// The code a call fails with (engine or audio parser), or 0 when it returns.
+inline std::uint32_t codeOf(auto&& call)
+{
+    try {
+        call();
+    } catch (const qv::Failure& f) {
+        return f.code();
+    } catch (const qv_audio::Error& e) {
+        return e.code();
+    }
+    return 0;
+}
+
+// The code qv_media_open gives for a file of these bytes (0 when it opens).
+inline std::uint32_t openCode(const Bytes& bytes)
+{
+    TempFile file(bytes);
+    std::uint32_t code = 99;
+    qv_media_close(qv_media_open(file.path().c_str(), nullptr, nullptr, &code));
+    return code;
+}
+
 inline Bytes cat(std::initializer_list<Bytes> parts)
 {
     Bytes out;
@@ -38,6 +66,36 @@ inline Bytes cat(std::initializer_list<Bytes> parts)
         out.insert(out.end(), p.begin(), p.end());
     return out;
 }
+
+inline Bytes be(std::uint64_t value, int bytes)
+{
+    Bytes out;
+    for (int i = bytes - 1; i >= 0; --i)
+        out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+    return out;
+}
+
+// Packs (value, bits) fields most significant bit first, zero-padded to at least `size` bytes.
+inline Bytes pack(std::initializer_list<std::pair<std::uint64_t, unsigned>> fields,
+                  std::size_t size = 0)
+{
+    Bytes out;
+    unsigned used = 0;
+    for (const auto& [value, bits] : fields)
+        for (unsigned i = bits; i-- > 0; ++used) {
+            if (used % 8 == 0) out.push_back(0);
+            out.back() |= static_cast<std::uint8_t>(((value >> i) & 1u) << (7 - used % 8));
+        }
+    if (out.size() < size) out.resize(size, 0);
+    return out;
+}
+
+// STREAMINFO of a 44.1 kHz stereo 16-bit stream with 4608-sample blocks, as a FLAC encoder wrote
+// it.
+inline const Bytes kStreamInfo{0x12, 0x00, 0x12, 0x00, 0x00, 0x04, 0xa3, 0x00, 0x05,
+                               0x08, 0x0a, 0xc4, 0x42, 0xf0, 0x00, 0x00, 0x22, 0x74,
+                               0x5d, 0x10, 0x5c, 0xeb, 0x21, 0x2a, 0xd5, 0xd3, 0x6e,
+                               0x4f, 0x56, 0x08, 0xde, 0xf3, 0xd8, 0xb7};
 
 inline Bytes idBytes(std::uint64_t id)
 {
@@ -50,29 +108,18 @@ inline Bytes idBytes(std::uint64_t id)
 // An element with an 8-byte size field (valid EBML, and simple to build).
 inline Bytes el(std::uint64_t id, const Bytes& payload)
 {
-    Bytes out = idBytes(id);
-    out.push_back(0x01);
-    for (int shift = 48; shift >= 0; shift -= 8)
-        out.push_back(static_cast<std::uint8_t>(payload.size() >> shift));
-    out.insert(out.end(), payload.begin(), payload.end());
-    return out;
+    return cat({idBytes(id), {0x01}, be(payload.size(), 7), payload});
 }
 
 // An element whose size is "unknown" (all ones, one byte).
 inline Bytes unknownSized(std::uint64_t id, const Bytes& payload)
 {
-    Bytes out = idBytes(id);
-    out.push_back(0xFF);
-    out.insert(out.end(), payload.begin(), payload.end());
-    return out;
+    return cat({idBytes(id), {0xFF}, payload});
 }
 
 inline Bytes uintEl(std::uint64_t id, std::uint64_t value, int width = 4)
 {
-    Bytes payload;
-    for (int i = width - 1; i >= 0; --i)
-        payload.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
-    return el(id, payload);
+    return el(id, be(value, width));
 }
 
 inline Bytes textEl(std::uint64_t id, const std::string& text)
@@ -86,20 +133,23 @@ inline Bytes ebmlHeader(const std::string& docType = "webm")
 }
 
 // A SimpleBlock of track 1 (no lacing) holding payload.
-inline Bytes simpleBlock(std::int16_t relative, bool key, const Bytes& payload,
-                         std::uint8_t track = 1)
+inline Bytes simpleBlock(std::int16_t relative, bool key, const Bytes& payload)
 {
-    Bytes body = {static_cast<std::uint8_t>(0x80 | track), static_cast<std::uint8_t>(relative >> 8),
-                  static_cast<std::uint8_t>(relative), static_cast<std::uint8_t>(key ? 0x80 : 0)};
-    body.insert(body.end(), payload.begin(), payload.end());
-    return el(0xA3, body);
+    return el(0xA3, cat({{0x81},
+                         be(static_cast<std::uint16_t>(relative), 2),
+                         {static_cast<std::uint8_t>(key ? 0x80 : 0)},
+                         payload}));
 }
 
-// A valid AAC-LC track entry (48 kHz stereo) numbered number.
+// An audio track entry numbered number; the default is AAC-LC, 48 kHz stereo.
+inline Bytes audioTrack(const std::string& codec, const Bytes& extra, std::uint64_t number = 1)
+{
+    return el(0xAE, cat({uintEl(0xD7, number, 1), uintEl(0x83, 2, 1), textEl(0x86, codec), extra}));
+}
+
 inline Bytes aacTrack(std::uint64_t number = 1, const Bytes& extra = {})
 {
-    return el(0xAE, cat({uintEl(0xD7, number, 1), uintEl(0x83, 2, 1), textEl(0x86, "A_AAC"),
-                         el(0x63A2, {0x11, 0x90}), extra}));
+    return audioTrack("A_AAC", cat({el(0x63A2, {0x11, 0x90}), extra}), number);
 }
 
 // A whole audio-only Matroska file: the given tracks and clusters in one Segment.

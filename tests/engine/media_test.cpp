@@ -1,25 +1,14 @@
 // The flat interface over small hand-built Matroska files: refusals with their codes, the layout
 // of the virtual file and reads across its parts.
-#include "engine/qv_media.h"
 #include "engine_test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 
 using namespace qv_test;
 
 namespace {
-
-std::uint32_t openCode(const Bytes& bytes)
-{
-    TempFile file(bytes);
-    std::uint32_t code = 99;
-    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
-    qv_media_close(media);
-    return code;
-}
 
 // Three AAC frames of distinct bytes in two clusters, the middle one in a BlockGroup.
 Bytes threeFrames(const Bytes& trackExtra = {}, const Bytes& info = {})
@@ -101,24 +90,6 @@ TEST(Media, TheLastTimecodeOfAClusterTimesItsBlocks)
     EXPECT_EQ(openCode(matroskaFile(aacTrack(),
                                     cat({cluster(0, simpleBlock(0, true, Bytes(5, 1))), early}))),
               2u);
-}
-
-TEST(Media, UnknownSizedSegmentAndClusters)
-{
-    const auto file = cat(
-        {ebmlHeader("matroska"),
-         unknownSized(0x18538067,
-                      cat({el(0x1654AE6B, aacTrack()),
-                           unknownSized(0x1F43B675, cat({uintEl(0xE7, 0, 1),
-                                                         simpleBlock(0, true, Bytes(5, 1))})),
-                           unknownSized(0x1F43B675, cat({uintEl(0xE7, 21, 1),
-                                                         simpleBlock(0, true, Bytes(6, 2))}))}))});
-    TempFile f(file);
-    std::uint32_t code = 0;
-    QVMedia* media = qv_media_open(f.path().c_str(), nullptr, nullptr, &code);
-    ASSERT_NE(media, nullptr) << code;
-    EXPECT_EQ(qv_media_sample_count(media), 2u);
-    qv_media_close(media);
 }
 
 TEST(Media, VirtualFileLayoutAndReads)

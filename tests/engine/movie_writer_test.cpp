@@ -1,29 +1,25 @@
 // The movie header from synthetic tracks: track selection, constant size across both builds,
-// optional tables and the edit that hides B-frame reordering.
+// optional tables and the edits for late tracks and B-frame reordering.
 #include "engine/codec_config.h"
-#include "engine/failure.h"
 #include "engine/movie_writer.h"
 #include "engine/timing.h"
 #include "engine_test_support.h"
 
 #include <gtest/gtest.h>
 
-#include <string>
-
 using namespace qv_test;
 
 namespace {
 
-const Bytes kAvcConfig = {1, 0x64, 0, 0x1E, 0xFF, 0xE1, 0, 0};
-
-// Video frames at 30 per second (in milliseconds: pts), one per source byte position.
-qv::Track videoTrack(const std::vector<std::int64_t>& ptsMs, const std::vector<bool>& keys,
-                     bool isDefault)
+// A 320x240 AVC track with one 10-byte sample per presentation time (ms); only the listed
+// samples are key frames (all of them when none are listed).
+qv::Track videoTrack(const std::vector<std::int64_t>& ptsMs, bool isDefault,
+                     const std::vector<std::size_t>& keys = {})
 {
     qv::Track t;
     t.kind = qv::kVideo;
     t.codec = qv::Codec::Avc;
-    t.codecPrivate = kAvcConfig;
+    t.codecPrivate = {1, 0x64, 0, 0x1E, 0xFF, 0xE1, 0, 0};
     t.pixelWidth = 320;
     t.pixelHeight = 240;
     t.isDefault = isDefault;
@@ -32,7 +28,7 @@ qv::Track videoTrack(const std::vector<std::int64_t>& ptsMs, const std::vector<b
         s.position = 1000 * (i + 1);
         s.size = 10;
         s.time = ptsMs[i] * 1'000'000;
-        s.key = keys[i];
+        s.key = keys.empty() || std::find(keys.begin(), keys.end(), i) != keys.end();
         t.samples.push_back(s);
     }
     return t;
@@ -54,48 +50,54 @@ std::uint32_t be32(const Bytes& d, std::size_t at)
            (std::uint32_t(d[at + 2]) << 8) | d[at + 3];
 }
 
-struct Prepared {
-    TempFile file{Bytes(64, 0)};
-    qv::Reader reader{file.path().c_str(), nullptr, nullptr};
-};
+void prepare(qv::Index& index)
+{
+    TempFile file(Bytes(64, 0));
+    qv::Reader reader(file.path().c_str(), nullptr, nullptr);
+    qv::prepareTracks(reader, index);
+}
 
 } // namespace
 
-TEST(MovieWriter, EnablesOneTrackPerKindAndKeepsItsSize)
+TEST(MovieWriter, OneEnabledTrackPerKindAndLateTracks)
 {
     qv::Index index;
-    index.tracks.push_back(videoTrack({0, 33, 67}, {true, true, true}, false));
-    index.tracks.push_back(videoTrack({0, 33, 67, 100}, {true, false, false, true}, true));
-    Prepared p;
-    qv::prepareTracks(p.reader, index);
+    index.tracks.push_back(videoTrack({500, 533, 567}, false));
+    index.tracks.push_back(videoTrack({0, 33, 67, 100}, true, {0, 3}));
+    prepare(index);
+    EXPECT_EQ(index.tracks[0].timing.movieOffset, 500u);
 
-    std::vector<std::vector<std::uint64_t>> zeros = {{0, 0, 0}, {0, 0, 0, 0}};
-    std::vector<std::vector<std::uint64_t>> large = {{1ull << 40, 5, 6}, {~0ull, 1, 2, 3}};
-    const auto first = qv::writeMovie(index, zeros);
-    const auto second = qv::writeMovie(index, large);
-    EXPECT_EQ(first.size(), second.size());
+    // The size does not depend on the chunk offsets written into it.
+    const auto first = qv::writeMovie(index, {{0, 0, 0}, {0, 0, 0, 0}});
+    const auto moov = qv::writeMovie(index, {{1ull << 40, 5, 6}, {~0ull, 1, 2, 3}});
+    EXPECT_EQ(first.size(), moov.size());
     EXPECT_EQ(be32(first, 0), first.size());
 
-    // tkhd flags: only the track flagged default is enabled (3); the other is in the movie only
-    // (2).
-    const auto tkhd = find(second, "tkhd");
+    // tkhd flags: only the track flagged default is enabled (3); the other is in the movie only.
+    const auto tkhd = find(moov, "tkhd");
     ASSERT_EQ(tkhd.size(), 2u);
-    EXPECT_EQ(second[tkhd[0] + 11], 2);
-    EXPECT_EQ(second[tkhd[1] + 11], 3);
+    EXPECT_EQ(moov[tkhd[0] + 11], 2);
+    EXPECT_EQ(moov[tkhd[1] + 11], 3);
     // Sync samples are listed only for the track that has non-key frames; chunk offsets are 64-bit.
-    EXPECT_EQ(find(second, "stss").size(), 1u);
-    EXPECT_EQ(find(second, "stco").size(), 0u);
-    ASSERT_EQ(find(second, "co64").size(), 2u);
-    EXPECT_EQ(be32(second, find(second, "co64")[1] + 16), 0xFFFFFFFFu);
+    EXPECT_EQ(find(moov, "stss").size(), 1u);
+    EXPECT_EQ(find(moov, "stco").size(), 0u);
+    ASSERT_EQ(find(moov, "co64").size(), 2u);
+    EXPECT_EQ(be32(moov, find(moov, "co64")[1] + 16), 0xFFFFFFFFu);
+    // The late track starts with an empty edit (media time -1) before its media edit.
+    const auto elst = find(moov, "elst");
+    ASSERT_EQ(elst.size(), 2u);
+    EXPECT_EQ(be32(moov, elst[0] + 12), 2u);
+    EXPECT_EQ(be32(moov, elst[0] + 24), 0xFFFFFFFFu);
+    // The movie lasts until the late track ends: 500 ms + 67 ms + a last frame of 34 ms.
+    EXPECT_EQ(be32(moov, find(moov, "mvhd")[0] + 36), 601u);
 }
 
 TEST(MovieWriter, ReorderedFramesGetOffsetsAndAnEditThatSkipsThem)
 {
     // Decode order I P B B with presentation 0, 100, 33, 67 ms.
     qv::Index index;
-    index.tracks.push_back(videoTrack({0, 100, 33, 67}, {true, false, false, false}, true));
-    Prepared p;
-    qv::prepareTracks(p.reader, index);
+    index.tracks.push_back(videoTrack({0, 100, 33, 67}, true, {0}));
+    prepare(index);
     const auto& timing = index.tracks[0].timing;
     EXPECT_EQ(timing.timescale, 90'000u);
     // Decode times are the sorted presentation times (0, 33, 67, 100 ms); the shift of 34 ms is
@@ -114,37 +116,11 @@ TEST(MovieWriter, ReorderedFramesGetOffsetsAndAnEditThatSkipsThem)
     EXPECT_EQ(be32(moov, elst[0] + 28), 3060u); // its media time (low word)
 }
 
-TEST(MovieWriter, LateTracksStartWithAnEmptyEdit)
-{
-    qv::Index index;
-    index.tracks.push_back(videoTrack({0, 33, 67}, {true, true, true}, true));
-    index.tracks.push_back(videoTrack({500, 533, 567}, {true, true, true}, false));
-    Prepared p;
-    qv::prepareTracks(p.reader, index);
-    EXPECT_EQ(index.tracks[1].timing.movieOffset, 500u);
-    const auto moov = qv::writeMovie(index, {{0, 0, 0}, {0, 0, 0}});
-    const auto elst = find(moov, "elst");
-    ASSERT_EQ(elst.size(), 2u);
-    EXPECT_EQ(be32(moov, elst[1] + 12), 2u);          // empty edit + media edit
-    EXPECT_EQ(be32(moov, elst[1] + 24), 0xFFFFFFFFu); // media time -1
-    // The movie lasts until the late track ends: 500 ms + 67 ms + a last frame of 34 ms.
-    const auto mvhd = find(moov, "mvhd");
-    EXPECT_EQ(be32(moov, mvhd[0] + 36), 601u);
-}
-
 TEST(CodecConfig, Vp9FirstFrameDecidesTheStream)
 {
     qv::Track t;
     t.pixelWidth = 320;
     t.pixelHeight = 240;
-    const auto code = [&](const Bytes& header) {
-        try {
-            qv::vp9Config(header, t);
-        } catch (const qv::Failure& f) {
-            return f.code();
-        }
-        return 0u;
-    };
     // marker 10, profile 0, shown key frame, sync code, colour space BT.709, limited range.
     const Bytes profile0 = {0x82, 0x49, 0x83, 0x42, 0x40, 0, 0, 0};
     // Level 2.0 for 320x240; 8 bits, 4:2:0, unspecified primaries and transfer, BT.709 matrix.
@@ -152,10 +128,14 @@ TEST(CodecConfig, Vp9FirstFrameDecidesTheStream)
     // Profile 2 (low bit 0, high bit 1) with ten_or_twelve_bit 0: 10 bits.
     const Bytes profile2 = {0x92, 0x49, 0x83, 0x42, 0x20, 0, 0, 0};
     EXPECT_EQ(qv::vp9Config(profile2, t)[2] >> 4, 10);
-    EXPECT_EQ(code({0x42, 0x49, 0x83, 0x42, 0x40}), qv::kMalformed);   // frame marker 01
-    EXPECT_EQ(code({0x82, 0x49, 0x83, 0x43, 0x40}), qv::kMalformed);   // sync code
-    EXPECT_EQ(code({0x86, 0x49, 0x83, 0x42, 0x40}), qv::kUnsupported); // not a key frame
-    EXPECT_EQ(code({0xA2, 0x49, 0x83, 0x42, 0x40}), qv::kUnsupported); // profile 1
-    EXPECT_EQ(code({0x82, 0x49, 0x83, 0x42, 0xE0}), qv::kUnsupported); // RGB
-    EXPECT_EQ(code({0x82, 0x49}), qv::kMalformed);                     // cut short
+    const std::vector<std::pair<Bytes, std::uint32_t>> refused{
+        {{0x42, 0x49, 0x83, 0x42, 0x40}, qv::kMalformed},   // frame marker 01
+        {{0x82, 0x49, 0x83, 0x43, 0x40}, qv::kMalformed},   // sync code
+        {{0x86, 0x49, 0x83, 0x42, 0x40}, qv::kUnsupported}, // not a key frame
+        {{0xA2, 0x49, 0x83, 0x42, 0x40}, qv::kUnsupported}, // profile 1
+        {{0x82, 0x49, 0x83, 0x42, 0xE0}, qv::kUnsupported}, // RGB
+        {{0x82, 0x49}, qv::kMalformed},                     // cut short
+    };
+    for (const auto& [header, code] : refused)
+        EXPECT_EQ(codeOf([&] { qv::vp9Config(header, t); }), code) << int(header[0]);
 }

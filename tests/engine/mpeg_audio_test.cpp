@@ -1,27 +1,10 @@
-#include "engine/audio/audio_error.h"
 #include "engine/audio/mpeg_audio.h"
+#include "engine_test_support.h"
 
 #include <gtest/gtest.h>
 
-#include <vector>
-
 using namespace qv_audio;
-
-namespace {
-
-using Bytes = std::vector<std::uint8_t>;
-
-std::uint32_t codeOf(const Bytes& header)
-{
-    try {
-        mpegAudioFrame(header);
-    } catch (const Error& e) {
-        return e.code();
-    }
-    return 0;
-}
-
-} // namespace
+using qv_test::Bytes;
 
 TEST(MpegAudio, HeadersByVersionAndLayer)
 {
@@ -42,26 +25,22 @@ TEST(MpegAudio, HeadersByVersionAndLayer)
         // Free format: no bit rate and no frame size from the header.
         {{0xff, 0xfb, 0x00, 0x00}, MpegVersion::Mpeg1, 3, 44100, 2, 0, 0, 1152, 0x6B},
     };
-    for (std::size_t i = 0; i < cases.size(); ++i) {
-        const Case& c = cases[i];
+    for (const Case& c : cases) {
         const auto f = mpegAudioFrame(c.header);
-        EXPECT_EQ(f.version, c.version) << i;
-        EXPECT_EQ(f.layer, c.layer) << i;
-        EXPECT_EQ(f.sampleRate, c.rate) << i;
-        EXPECT_EQ(f.channels, c.channels) << i;
-        EXPECT_EQ(f.bitrate, c.bitrate) << i;
-        EXPECT_EQ(f.frameSize, c.frameSize) << i;
-        EXPECT_EQ(f.samplesPerFrame, c.samples) << i;
-        EXPECT_EQ(f.objectType, c.objectType) << i;
+        const std::vector<std::uint32_t> got{f.layer,     f.sampleRate,      f.channels,  f.bitrate,
+                                             f.frameSize, f.samplesPerFrame, f.objectType};
+        EXPECT_EQ(f.version, c.version) << c.bitrate;
+        EXPECT_EQ(got, (std::vector<std::uint32_t>{c.layer, c.rate, c.channels, c.bitrate,
+                                                   c.frameSize, c.samples, c.objectType}));
     }
-}
-
-TEST(MpegAudio, ReservedFieldsAreMalformed)
-{
-    EXPECT_EQ(codeOf({0xff, 0xfb, 0x90}), 1u);       // truncated
-    EXPECT_EQ(codeOf({0xff, 0x1b, 0x90, 0x64}), 1u); // no sync word
-    EXPECT_EQ(codeOf({0xff, 0xeb, 0x90, 0x64}), 1u); // reserved version
-    EXPECT_EQ(codeOf({0xff, 0xf9, 0x90, 0x64}), 1u); // reserved layer
-    EXPECT_EQ(codeOf({0xff, 0xfb, 0xf0, 0x64}), 1u); // forbidden bit rate index
-    EXPECT_EQ(codeOf({0xff, 0xfb, 0x9c, 0x64}), 1u); // reserved sampling frequency
+    const std::vector<Bytes> malformed{
+        {0xff, 0xfb, 0x90},       // truncated
+        {0xff, 0x1b, 0x90, 0x64}, // no sync word
+        {0xff, 0xeb, 0x90, 0x64}, // reserved version
+        {0xff, 0xf9, 0x90, 0x64}, // reserved layer
+        {0xff, 0xfb, 0xf0, 0x64}, // forbidden bit rate index
+        {0xff, 0xfb, 0x9c, 0x64}, // reserved sampling frequency
+    };
+    for (const Bytes& header : malformed)
+        EXPECT_EQ(qv_test::codeOf([&] { mpegAudioFrame(header); }), 1u) << int(header[1]);
 }

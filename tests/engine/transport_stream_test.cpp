@@ -1,36 +1,25 @@
 #include "engine/transport_stream.h"
+#include "engine_test_support.h"
 
 #include <gtest/gtest.h>
 
 #include <string_view>
-#include <vector>
 
 using namespace qv_transport;
+using namespace qv_test;
 
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
 void appendCrc(Bytes& section)
 {
-    const std::uint32_t crc = sectionCrc(section);
-    for (int shift = 24; shift >= 0; shift -= 8)
-        section.push_back(static_cast<std::uint8_t>(crc >> shift));
+    const Bytes crc = be(sectionCrc(section), 4);
+    section.insert(section.end(), crc.begin(), crc.end());
 }
 
 // A table section with syntax, version 0, current, section 0 of 0, and its CRC.
 Bytes section(std::uint8_t table, std::uint16_t id, const Bytes& body)
 {
-    const std::size_t length = 5 + body.size() + 4;
-    Bytes s{table,
-            static_cast<std::uint8_t>(0xB0 | (length >> 8)),
-            static_cast<std::uint8_t>(length),
-            static_cast<std::uint8_t>(id >> 8),
-            static_cast<std::uint8_t>(id),
-            0xC1,
-            0,
-            0};
-    s.insert(s.end(), body.begin(), body.end());
+    Bytes s = cat({{table}, be(0xB000 | (5 + body.size() + 4), 2), be(id, 2), {0xC1, 0, 0}, body});
     appendCrc(s);
     return s;
 }
@@ -39,9 +28,7 @@ Bytes pat(const std::vector<std::pair<std::uint16_t, std::uint16_t>>& programs)
 {
     Bytes body;
     for (auto [number, pid] : programs)
-        body.insert(body.end(),
-                    {static_cast<std::uint8_t>(number >> 8), static_cast<std::uint8_t>(number),
-                     static_cast<std::uint8_t>(0xE0 | (pid >> 8)), static_cast<std::uint8_t>(pid)});
+        body = cat({body, be(number, 2), be(0xE000 | pid, 2)});
     return section(0, 1, body);
 }
 
@@ -50,36 +37,28 @@ Bytes pmt(const Bytes& streamTypes)
     Bytes body{0xE1, 0x00, 0xF0, 0x00}; // PCR PID 0x100, no programme descriptors
     std::uint16_t pid = 0x100;
     for (std::uint8_t type : streamTypes)
-        body.insert(body.end(), {type, static_cast<std::uint8_t>(0xE0 | (pid >> 8)),
-                                 static_cast<std::uint8_t>(pid++), 0xF0, 0x00});
+        body = cat({body, {type}, be(0xE000 | pid++, 2), {0xF0, 0x00}});
     return section(2, 1, body);
 }
 
-// One 188-byte packet starting a section on `pid`, padded with stuffing bytes.
+// One 188-byte packet on `pid` (starting a section after a zero pointer field when `start`),
+// padded with stuffing bytes.
 Bytes packet(std::uint16_t pid, const Bytes& payload, bool start = true)
 {
-    Bytes p{0x47, static_cast<std::uint8_t>((start ? 0x40 : 0) | (pid >> 8)),
-            static_cast<std::uint8_t>(pid), 0x10};
-    if (start) p.push_back(0); // pointer field
-    p.insert(p.end(), payload.begin(), payload.end());
+    Bytes p = cat(
+        {{0x47}, be((start ? 0x4000 : 0) | pid, 2), {0x10}, start ? Bytes{0} : Bytes{}, payload});
     p.resize(188, 0xFF);
     return p;
 }
 
-Bytes nullPacket()
-{
-    return packet(0x1FFF, {}, false);
-}
+const Bytes kNull = packet(0x1FFF, {}, false);
 
-Bytes stream(std::initializer_list<Bytes> packets, std::size_t minimum = 5)
+// The packets, padded with null packets to at least five.
+Bytes stream(std::initializer_list<Bytes> packets)
 {
-    Bytes out;
-    for (const Bytes& p : packets)
-        out.insert(out.end(), p.begin(), p.end());
-    while (out.size() < minimum * 188) {
-        const Bytes n = nullPacket();
-        out.insert(out.end(), n.begin(), n.end());
-    }
+    Bytes out = cat(packets);
+    while (out.size() < 5 * 188)
+        out = cat({out, kNull});
     return out;
 }
 
@@ -110,18 +89,13 @@ TEST(TransportStream, PacketGrids)
     // (192-byte packets are covered by the generated M2TS fixture of the oracle.)
     // 204-byte packets with 16 parity bytes after each; the grid needs five whole packets after
     // the start offset.
-    Bytes parity;
-    for (const Bytes& p : {programs, map, nullPacket(), nullPacket(), nullPacket()}) {
-        parity.insert(parity.end(), p.begin(), p.end());
-        parity.insert(parity.end(), 16, 0x00);
-    }
-    EXPECT_EQ(presence(parity), kVideo);
-
+    const Bytes parity(16, 0);
+    EXPECT_EQ(
+        presence(cat({programs, parity, map, parity, kNull, parity, kNull, parity, kNull, parity})),
+        kVideo);
     // A 4-byte prefix before 188-byte packets.
-    Bytes prefixed{0, 0, 0, 0};
     const Bytes plain = stream({programs, map});
-    prefixed.insert(prefixed.end(), plain.begin(), plain.end());
-    EXPECT_EQ(presence(prefixed), kVideo);
+    EXPECT_EQ(presence(cat({Bytes(4, 0), plain})), kVideo);
 
     // Fewer than five packets, and data without any grid.
     EXPECT_EQ(presence(Bytes(plain.begin(), plain.begin() + 4 * 188 + 187)), 0u);
