@@ -30,8 +30,6 @@ constexpr int kFirstFrameTimeoutMs = 3000;
 // file) still completes after this long, so the owner never waits forever.
 constexpr int kSeekFallbackMs = 1500;
 constexpr qint64 kDefaultFrameMs = 40;
-// How far before its known end a remuxed file may stop and still count as played to the end.
-constexpr qint64 kEarlyEndMs = 1000;
 
 const char* const kVideoItemQml = R"(
 import QtQuick
@@ -109,11 +107,9 @@ PlaybackSnapshot NativePlayback::snapshot() const
     snap.position = ms > 0 ? double(ms) / 1000.0 : 0.0;
     snap.rate =
         m_player->playbackState() == QMediaPlayer::PlayingState ? m_player->playbackRate() : 0.0;
-    const auto oneBased = [](int active, qsizetype count) -> qint64 {
-        return active >= 0 && active < count ? active + 1 : 0;
-    };
-    snap.audioID = oneBased(m_player->activeAudioTrack(), m_player->audioTracks().size());
-    snap.subtitleID = oneBased(m_player->activeSubtitleTrack(), m_player->subtitleTracks().size());
+    // The selection as made here: while GStreamer switches streams it briefly reports none.
+    snap.audioID = m_audioID;
+    snap.subtitleID = m_subtitleID;
     return snap;
 }
 
@@ -210,6 +206,7 @@ void NativePlayback::stop()
     m_loaded = m_firstFrame = m_audioChecked = m_streamsChecked = false;
     m_transportAudio = m_transportVideo = false;
     m_hdr = m_ended = false;
+    m_audioID = m_subtitleID = 0;
     m_frameSize = {};
     m_player->setSource(QUrl());
     // The player no longer reads the device: pending and later reads now fail.
@@ -265,10 +262,13 @@ void NativePlayback::selectTrack(PlaybackTrackKind kind, qint64 id)
         m_audio->setMuted(true);
         m_player->play();
     }
-    if (audio)
+    if (audio) {
         m_player->setActiveAudioTrack(index);
-    else
+        m_audioID = id;
+    } else {
         m_player->setActiveSubtitleTrack(index);
+        m_subtitleID = id;
+    }
     if (paused) {
         m_player->pause();
         m_audio->setMuted(muted);
@@ -339,15 +339,6 @@ void NativePlayback::handleStatus(QMediaPlayer::MediaStatus status)
         if (m_phase == Phase::Loading && !m_loaded) playerLoaded();
         break;
     case QMediaPlayer::EndOfMedia:
-        // A remuxed file knows its exact length: an end of stream well before it means the
-        // source could not be read any further (cut short or gone), not the end of the movie.
-        if (m_phase == Phase::Ready && m_container &&
-            m_player->duration() - m_player->position() > kEarlyEndMs) {
-            qCInfo(lcNative) << "the stream ended at" << m_player->position() << "of"
-                             << m_player->duration() << "ms";
-            fail(kUnknownMediaError);
-            break;
-        }
         if (m_phase == Phase::Ready && !m_ended) {
             m_ended = true;
             emitEvent(PlaybackEvents::Ended{});
@@ -481,6 +472,10 @@ void NativePlayback::checkReady()
 
     // Subtitles start off; the user turns them on from the track menu.
     if (!m_player->subtitleTracks().isEmpty()) m_player->setActiveSubtitleTrack(-1);
+    const int audio = m_player->activeAudioTrack();
+    const qsizetype audioCount = m_player->audioTracks().size();
+    m_audioID = audioCount == 0 ? 0 : (audio >= 0 && audio < audioCount ? audio + 1 : 1);
+    m_subtitleID = 0;
     m_phase = Phase::Ready;
     emitEvent(PlaybackEvents::Ready{info});
 }

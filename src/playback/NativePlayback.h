@@ -104,6 +104,8 @@ private:
     int m_frameRotation = 0; // degrees, from the first picture
     bool m_ended = false;
 
+    qint64 m_audioID = 0; // 1-based, 0 = none
+    qint64 m_subtitleID = 0;
     SeekTracker m_seeks;
     double m_frameRate = 0;
 };
