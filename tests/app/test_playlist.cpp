@@ -9,6 +9,7 @@
 
 using namespace quorvane;
 using quorvane::testing::PlayerFixture;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -52,9 +53,9 @@ private slots:
         QCOMPARE(names(sorted), (QStringList{"Alpha.mp4", "alpha.mp4", "Alpha.mp4", "Episode 1.mp4",
                                              "episode 2.mp4", "Episode 10.mp4"}));
         // Equal names (ignoring case) fall back to the full path.
-        QCOMPARE(sorted.at(0).toLocalFile(), QStringLiteral("/u/Alpha.mp4"));
-        QCOMPARE(sorted.at(1).toLocalFile(), QStringLiteral("/v/alpha.mp4"));
-        QCOMPARE(sorted.at(2).toLocalFile(), QStringLiteral("/w/Alpha.mp4"));
+        QCOMPARE(sorted.at(0).toLocalFile(), u"/u/Alpha.mp4"_s);
+        QCOMPARE(sorted.at(1).toLocalFile(), u"/v/alpha.mp4"_s);
+        QCOMPARE(sorted.at(2).toLocalFile(), u"/w/Alpha.mp4"_s);
     }
 
     void creationOrderIsNewestFirst()
@@ -68,7 +69,7 @@ private slots:
         const auto source = [&](const QUrl& url) { return dates.value(url.fileName()); };
         QList<QUrl> urls;
         for (const char* name : {"undated.mp4", "old.mp4", "b.mp4", "new.mp4", "a.mp4"})
-            urls.append(QUrl::fromLocalFile(QStringLiteral("/v/") + name));
+            urls.append(QUrl::fromLocalFile(u"/v/"_s + name));
         QCOMPARE(names(sortedPlaylist(urls, PlaylistSortOrder::CreationDate, source)),
                  (QStringList{"new.mp4", "a.mp4", "b.mp4", "old.mp4", "undated.mp4"}));
 
@@ -83,8 +84,6 @@ private slots:
             QSKIP("this file system keeps no creation time");
         QCOMPARE(names(sortedPlaylist(files, PlaylistSortOrder::CreationDate)),
                  (QStringList{"b.mp4", "a.mp4", "c.mp4"}));
-        QCOMPARE(names(sortedPlaylist(files, PlaylistSortOrder::Name)),
-                 (QStringList{"a.mp4", "b.mp4", "c.mp4"}));
     }
 
     void openingAFileListsItsFolder()
@@ -109,22 +108,22 @@ private slots:
         // Opening an entry of the list keeps the list; stepping has no wrap-around.
         const int generation = f.player->playlistGeneration();
         f.player->next(1);
-        QCOMPARE(f.player->currentURL().fileName(), QStringLiteral("Episode 10.mp4"));
+        QCOMPARE(f.player->currentURL().fileName(), u"Episode 10.mp4"_s);
         f.player->next(1);
-        QCOMPARE(f.player->currentURL().fileName(), QStringLiteral("Episode 10.mp4"));
+        QCOMPARE(f.player->currentURL().fileName(), u"Episode 10.mp4"_s);
         f.player->next(-2);
-        QCOMPARE(f.player->currentURL().fileName(), QStringLiteral("episode 1.MP4"));
+        QCOMPARE(f.player->currentURL().fileName(), u"episode 1.MP4"_s);
         f.player->next(-1);
-        QCOMPARE(f.player->currentURL().fileName(), QStringLiteral("episode 1.MP4"));
+        QCOMPARE(f.player->currentURL().fileName(), u"episode 1.MP4"_s);
         f.player->next(100);
-        QCOMPARE(f.player->currentURL().fileName(), QStringLiteral("episode 1.MP4"));
+        QCOMPARE(f.player->currentURL().fileName(), u"episode 1.MP4"_s);
         QCOMPARE(f.player->playlistGeneration(), generation);
 
         // Once the current file is removed from the list, stepping does nothing.
         f.player->removeFile(f.player->currentURL());
         QCOMPARE(f.player->playlist().size(), 2);
         f.player->next(1);
-        QCOMPARE(f.player->currentURL().fileName(), QStringLiteral("episode 1.MP4"));
+        QCOMPARE(f.player->currentURL().fileName(), u"episode 1.MP4"_s);
     }
 
     void onlyTheLatestBatchLands()
@@ -148,7 +147,7 @@ private slots:
         f.player->addFiles(true, {QUrl::fromLocalFile(f.dir.filePath("one")), single});
         QTRY_COMPARE(names(f.player->playlist()),
                      (QStringList{"a.mp4", "b.mp4", "c.mp4", "d.avi"}));
-        QTRY_COMPARE(f.player->currentURL().fileName(), QStringLiteral("a.mp4"));
+        QTRY_COMPARE(f.player->currentURL().fileName(), u"a.mp4"_s);
         QCOMPARE(f.backend->count("open"), 1);
     }
 
@@ -156,7 +155,7 @@ private slots:
     {
         PlayerFixture f;
         f.player->addFiles(true, {f.file("readme.txt"), QUrl("https://example.com/a.mp4")});
-        QCOMPARE(f.player->error(), QStringLiteral("Choose a readable video or audio file"));
+        QCOMPARE(f.player->error(), u"Choose a readable video or audio file"_s);
         QCOMPARE(f.player->playlistGeneration(), 0);
     }
 

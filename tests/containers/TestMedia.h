@@ -22,7 +22,7 @@ inline QString fixtureDir()
 inline QStringList containerFixtures()
 {
     QStringList paths;
-    for (const QDir dir :
+    for (const QDir& dir :
          {QDir(fixtureDir()), QDir(fixtureDir() + QStringLiteral("/containers"))}) {
         for (const auto& name :
              dir.entryList({"*.mkv", "*.mka", "*.webm", "*.flv"}, QDir::Files, QDir::Name))

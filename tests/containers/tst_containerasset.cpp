@@ -32,163 +32,156 @@ QByteArray readAt(QIODevice& device, qint64 offset, qint64 count)
 class ContainerAssetTest : public QObject {
     Q_OBJECT
 
-private slots:
-    void initTestCase();
-    void mediaReadsMatchTheTool();
-    void deviceReadsMatchTheTool();
-    void deviceIdentity();
-    void invalidateFailsLaterAndRunningReads();
-    void cancelFlagStaysAttachedAfterOpening();
-    void transportStreamPresenceMatchesFfprobe();
-
-private:
     QList<Opened> m_files;
-};
 
-void ContainerAssetTest::initTestCase()
-{
-    for (const auto& path : containerFixtures()) {
-        std::shared_ptr<ContainerMedia> media;
-        if (outcome([&] { media = ContainerMedia::open(path); }) != 0)
-            continue; // files the engine refuses belong to its own tests
-        const QByteArray expected = virtualFileByTool(path);
-        QCOMPARE(quint64(expected.size()), media->length());
-        m_files.append({path, media, expected});
-    }
-    if (m_files.isEmpty()) QSKIP("no container fixtures in the fixture directory");
-}
-
-void ContainerAssetTest::mediaReadsMatchTheTool()
-{
-    for (const auto& [path, media, expected] : m_files) {
-        QCOMPARE(media->format(), path.endsWith(u".flv"_s) ? u"flv"_s : u"matroska"_s);
-        QVERIFY(media->sampleCount() > 0 && media->videoTracks() + media->audioTracks() > 0);
-
-        QRandomGenerator random(quint32(qHash(path)));
-        const quint64 length = media->length();
-        for (int i = 0; i < 40; ++i) {
-            const quint64 offset = random.bounded(length + 1);
-            const quint64 count = random.bounded(ContainerMedia::kMaxRead + 1);
-            QCOMPARE(media->read(offset, count), expected.mid(offset, count));
-        }
-        QCOMPARE(media->read(length - 5, 100), expected.right(5));
-        QCOMPARE(media->read(length, 10), QByteArray());
-        QCOMPARE(outcome([&] { media->read(length + 1, 10); }), 5);
-        QCOMPARE(outcome([&] { media->read(0, ContainerMedia::kMaxRead + 1); }), 1);
-    }
-}
-
-void ContainerAssetTest::deviceReadsMatchTheTool()
-{
-    for (const auto& file : m_files) {
-        ContainerAsset asset(file.media);
-        QVERIFY(asset.isOpen() && !asset.isSequential());
-        QCOMPARE(asset.size(), file.expected.size());
-
-        // The whole file in one read, though the engine is asked in pieces.
-        QCOMPARE(readAt(asset, 0, asset.size() + 10), file.expected);
-        QVERIFY(asset.atEnd());
-        QCOMPARE(asset.read(10), QByteArray());
-        QRandomGenerator random(7);
-        for (int i = 0; i < 60; ++i) {
-            const qint64 offset = random.bounded(asset.size());
-            const qint64 count = random.bounded(3 * ContainerAsset::kPieceSize);
-            QCOMPARE(readAt(asset, offset, count), file.expected.mid(offset, count));
-        }
-
-        // A streaming player's pattern: small reads front to back, mostly from the read-ahead.
-        ContainerAsset streamed(file.media);
-        QByteArray collected;
-        while (!streamed.atEnd() && collected.size() <= file.expected.size())
-            collected += streamed.read(4096);
-        QCOMPARE(collected, file.expected);
-        const auto served = streamed.statistics();
-        QCOMPARE(served.windowBytes + served.directBytes, streamed.size());
-        qInfo("%s: %lld of %lld bytes from the read-ahead",
-              qPrintable(QFileInfo(file.path).fileName()), served.windowBytes, streamed.size());
-        QCOMPARE(readAt(streamed, 100, 4096), file.expected.mid(100, 4096));
-        QCOMPARE(streamed.read(4096), file.expected.mid(4196, 4096));
-    }
-}
-
-void ContainerAssetTest::deviceIdentity()
-{
-    ContainerAsset first(m_files.first().media);
-    ContainerAsset second(m_files.first().media);
-    // QUrl keeps host names in lower case, whatever case the UUID was written in.
-    static const QRegularExpression shape(u"^quorvane-media://[0-9a-f]{8}-[0-9a-f]{4}-"
-                                          "[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}/movie\\.mp4$"_s);
-    QVERIFY2(shape.match(first.url().toString()).hasMatch(), qPrintable(first.url().toString()));
-    QVERIFY(first.url() != second.url());
-    QVERIFY(!first.open(QIODevice::ReadWrite));
-}
-
-void ContainerAssetTest::invalidateFailsLaterAndRunningReads()
-{
-    const auto& file = m_files.last();
+private slots:
+    void initTestCase()
     {
-        ContainerAsset asset(file.media);
-        QCOMPARE(asset.read(64), file.expected.left(64));
-        asset.invalidate();
-        char buffer[64];
-        QCOMPARE(asset.read(buffer, 64), -1);
-        QVERIFY(asset.seek(0));
-        QCOMPARE(asset.read(buffer, 64), -1);
-        QVERIFY(asset.atEnd());
-        QCOMPARE(asset.bytesAvailable(), 0);
-        asset.close();
-        QVERIFY(!asset.open(QIODevice::ReadOnly));
-    }
-
-    // A reader on another thread: everything it got before matches, then it fails and stops.
-    ContainerAsset asset(file.media);
-    std::atomic_int reads{0};
-    bool allMatched = true;
-    std::thread reader([&] {
-        QByteArray buffer(3 * ContainerAsset::kPieceSize, Qt::Uninitialized);
-        for (qint64 got = 0; got >= 0; ++reads) {
-            const qint64 offset = asset.pos();
-            got = asset.read(buffer.data(), buffer.size());
-            if (got > 0)
-                allMatched &= QByteArrayView(buffer).first(got) ==
-                              QByteArrayView(file.expected).sliced(offset, got);
-            if (asset.atEnd() && !asset.isInvalidated()) asset.seek(0);
+        for (const auto& path : containerFixtures()) {
+            std::shared_ptr<ContainerMedia> media;
+            if (outcome([&] { media = ContainerMedia::open(path); }) != 0)
+                continue; // files the engine refuses belong to its own tests
+            const QByteArray expected = virtualFileByTool(path);
+            QCOMPARE(quint64(expected.size()), media->length());
+            m_files.append({path, media, expected});
         }
-    });
-    QTRY_VERIFY(reads.load() > 20);
-    asset.invalidate();
-    reader.join();
-    QVERIFY(allMatched);
-}
-
-void ContainerAssetTest::cancelFlagStaysAttachedAfterOpening()
-{
-    const auto cancel = std::make_shared<std::atomic_bool>(false);
-    const auto media = ContainerMedia::open(m_files.first().path, cancel);
-    // The last byte is sample data, read from the source.
-    QCOMPARE(media->read(media->length() - 1, 1), m_files.first().expected.right(1));
-    cancel->store(true);
-    QCOMPARE(outcome([&] { media->read(media->length() - 1, 1); }), 5);
-}
-
-void ContainerAssetTest::transportStreamPresenceMatchesFfprobe()
-{
-    const QDir dir(fixtureDir());
-    const QStringList streams = dir.entryList({"*.ts", "*.m2ts"}, QDir::Files, QDir::Name);
-    if (streams.isEmpty()) QSKIP("no transport-stream fixtures");
-    for (const auto& name : streams) {
-        QProcess probe;
-        probe.start(u"ffprobe"_s, {"-v", "error", "-show_entries", "stream=codec_type", "-of",
-                                   "csv=p=0", dir.filePath(name)});
-        QVERIFY(probe.waitForFinished(30000));
-        if (probe.exitCode() != 0)
-            continue; // not a stream ffprobe reads; the engine's own tests cover those
-        const QString types = QString::fromUtf8(probe.readAllStandardOutput());
-        const auto presence = TransportStreams::inspect(dir.filePath(name));
-        QVERIFY2(presence.hasAudio == types.contains(u"audio"_s), qPrintable(name));
-        QVERIFY2(presence.hasVideo == types.contains(u"video"_s), qPrintable(name));
+        if (m_files.isEmpty()) QSKIP("no container fixtures in the fixture directory");
     }
-}
+
+    void mediaReadsMatchTheTool()
+    {
+        for (const auto& [path, media, expected] : m_files) {
+            QCOMPARE(media->format(), path.endsWith(u".flv"_s) ? u"flv"_s : u"matroska"_s);
+            QVERIFY(media->sampleCount() > 0 && media->videoTracks() + media->audioTracks() > 0);
+
+            QRandomGenerator random(quint32(qHash(path)));
+            const quint64 length = media->length();
+            for (int i = 0; i < 40; ++i) {
+                const quint64 offset = random.bounded(length + 1);
+                const quint64 count = random.bounded(ContainerMedia::kMaxRead + 1);
+                QCOMPARE(media->read(offset, count), expected.mid(offset, count));
+            }
+            QCOMPARE(media->read(length - 5, 100), expected.right(5));
+            QCOMPARE(media->read(length, 10), QByteArray());
+            QCOMPARE(outcome([&] { media->read(length + 1, 10); }), 5);
+            QCOMPARE(outcome([&] { media->read(0, ContainerMedia::kMaxRead + 1); }), 1);
+        }
+    }
+
+    void deviceReadsMatchTheTool()
+    {
+        for (const auto& file : m_files) {
+            ContainerAsset asset(file.media);
+            QVERIFY(asset.isOpen() && !asset.isSequential());
+            QCOMPARE(asset.size(), file.expected.size());
+
+            // The whole file in one read, though the engine is asked in pieces.
+            QCOMPARE(readAt(asset, 0, asset.size() + 10), file.expected);
+            QVERIFY(asset.atEnd());
+            QCOMPARE(asset.read(10), QByteArray());
+            QRandomGenerator random(7);
+            for (int i = 0; i < 60; ++i) {
+                const qint64 offset = random.bounded(asset.size());
+                const qint64 count = random.bounded(3 * ContainerAsset::kPieceSize);
+                QCOMPARE(readAt(asset, offset, count), file.expected.mid(offset, count));
+            }
+
+            // A streaming player's pattern: small reads front to back, mostly from the read-ahead.
+            ContainerAsset streamed(file.media);
+            QByteArray collected;
+            while (!streamed.atEnd() && collected.size() <= file.expected.size())
+                collected += streamed.read(4096);
+            QCOMPARE(collected, file.expected);
+            const auto served = streamed.statistics();
+            QCOMPARE(served.windowBytes + served.directBytes, streamed.size());
+            qInfo("%s: %lld of %lld bytes from the read-ahead",
+                  qPrintable(QFileInfo(file.path).fileName()), served.windowBytes, streamed.size());
+            QCOMPARE(readAt(streamed, 100, 4096), file.expected.mid(100, 4096));
+            QCOMPARE(streamed.read(4096), file.expected.mid(4196, 4096));
+        }
+    }
+
+    void deviceIdentity()
+    {
+        ContainerAsset first(m_files.first().media);
+        ContainerAsset second(m_files.first().media);
+        // QUrl keeps host names in lower case, whatever case the UUID was written in.
+        static const QRegularExpression shape(
+            u"^quorvane-media://[0-9a-f]{8}-[0-9a-f]{4}-"
+            "[0-9a-f]{4}-[0-9a-f]{4}-[0-9a-f]{12}/movie\\.mp4$"_s);
+        QVERIFY2(shape.match(first.url().toString()).hasMatch(),
+                 qPrintable(first.url().toString()));
+        QVERIFY(first.url() != second.url());
+        QVERIFY(!first.open(QIODevice::ReadWrite));
+    }
+
+    void invalidateFailsLaterAndRunningReads()
+    {
+        const auto& file = m_files.last();
+        {
+            ContainerAsset asset(file.media);
+            QCOMPARE(asset.read(64), file.expected.left(64));
+            asset.invalidate();
+            char buffer[64];
+            QCOMPARE(asset.read(buffer, 64), -1);
+            QVERIFY(asset.seek(0));
+            QCOMPARE(asset.read(buffer, 64), -1);
+            QVERIFY(asset.atEnd());
+            QCOMPARE(asset.bytesAvailable(), 0);
+            asset.close();
+            QVERIFY(!asset.open(QIODevice::ReadOnly));
+        }
+
+        // A reader on another thread: everything it got before matches, then it fails and stops.
+        ContainerAsset asset(file.media);
+        std::atomic_int reads{0};
+        bool allMatched = true;
+        std::thread reader([&] {
+            QByteArray buffer(3 * ContainerAsset::kPieceSize, Qt::Uninitialized);
+            for (qint64 got = 0; got >= 0; ++reads) {
+                const qint64 offset = asset.pos();
+                got = asset.read(buffer.data(), buffer.size());
+                if (got > 0)
+                    allMatched &= QByteArrayView(buffer).first(got) ==
+                                  QByteArrayView(file.expected).sliced(offset, got);
+                if (asset.atEnd() && !asset.isInvalidated()) asset.seek(0);
+            }
+        });
+        QTRY_VERIFY(reads.load() > 20);
+        asset.invalidate();
+        reader.join();
+        QVERIFY(allMatched);
+    }
+
+    void cancelFlagStaysAttachedAfterOpening()
+    {
+        const auto cancel = std::make_shared<std::atomic_bool>(false);
+        const auto media = ContainerMedia::open(m_files.first().path, cancel);
+        // The last byte is sample data, read from the source.
+        QCOMPARE(media->read(media->length() - 1, 1), m_files.first().expected.right(1));
+        cancel->store(true);
+        QCOMPARE(outcome([&] { media->read(media->length() - 1, 1); }), 5);
+    }
+
+    void transportStreamPresenceMatchesFfprobe()
+    {
+        const QDir dir(fixtureDir());
+        const QStringList streams = dir.entryList({"*.ts", "*.m2ts"}, QDir::Files, QDir::Name);
+        if (streams.isEmpty()) QSKIP("no transport-stream fixtures");
+        for (const auto& name : streams) {
+            QProcess probe;
+            probe.start(u"ffprobe"_s, {"-v", "error", "-show_entries", "stream=codec_type", "-of",
+                                       "csv=p=0", dir.filePath(name)});
+            QVERIFY(probe.waitForFinished(30000));
+            if (probe.exitCode() != 0)
+                continue; // not a stream ffprobe reads; the engine's own tests cover those
+            const QString types = QString::fromUtf8(probe.readAllStandardOutput());
+            const auto presence = TransportStreams::inspect(dir.filePath(name));
+            QVERIFY2(presence.hasAudio == types.contains(u"audio"_s), qPrintable(name));
+            QVERIFY2(presence.hasVideo == types.contains(u"video"_s), qPrintable(name));
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(ContainerAssetTest)
 #include "tst_containerasset.moc"

@@ -12,11 +12,6 @@ using namespace Qt::StringLiterals;
 class ContainerMediaTest : public QObject {
     Q_OBJECT
 
-private slots:
-    void failuresCarryEngineCodes();
-    void cancellationIsNotAnEngineError();
-
-private:
     QString writeFile(const QString& name, const QByteArray& data)
     {
         QFile file(m_dir.filePath(name));
@@ -24,45 +19,46 @@ private:
         return file.fileName();
     }
     QTemporaryDir m_dir;
+
+private slots:
+
+    void failuresCarryEngineCodes()
+    {
+        const QString text = writeFile(u"notes.mkv"_s, "just some text, not a container\n");
+        QCOMPARE(outcome([&] { ContainerMedia::open(text); }), 2);
+        QCOMPARE(outcome([&] { ContainerMedia::open(QUrl::fromLocalFile(text)); }), 2);
+        QCOMPARE(outcome([&] { ContainerMedia::open(writeFile(u"empty.mkv"_s, {})); }), 1);
+        QCOMPARE(outcome([&] { ContainerMedia::open(m_dir.filePath(u"missing.mkv"_s)); }), 5);
+        QCOMPARE(outcome([&] { ContainerMedia::open(m_dir.path()); }), 5);
+        QCOMPARE(outcome([&] { ContainerMedia::open(QUrl(u"https://example.com/a.mkv"_s)); }), 2);
+
+        QCOMPARE(outcome([&] { TransportStreams::inspect(m_dir.filePath(u"none.ts"_s)); }), 5);
+        QCOMPARE(outcome([&] { TransportStreams::inspect(QUrl(u"http://x/a.ts"_s)); }), 2);
+        // A file without transport packets holds neither audio nor video; that is an answer.
+        QCOMPARE(TransportStreams::inspect(writeFile(u"plain.ts"_s, QByteArray(4096, 'x'))),
+                 TransportStreams{});
+
+        // Errors cross futures with their type and code.
+        auto failing = ContainerMedia::openAsync(QUrl::fromLocalFile(text), {});
+        QCOMPARE(outcome([&] { failing.result(); }), 2);
+        auto probe = TransportStreams::inspectAsync(QUrl::fromLocalFile(text + u".ts"_s), {});
+        QCOMPARE(outcome([&] { probe.result(); }), 5);
+    }
+
+    void cancellationIsNotAnEngineError()
+    {
+        // The engine polls the flag before its first read of the source, so any readable file will
+        // do; the same file opens with an engine error when not cancelled.
+        const QString text = writeFile(u"cancel.flv"_s, "FLX, not a container either\n");
+        const auto cancelled = std::make_shared<std::atomic_bool>(true);
+        QCOMPARE(outcome([&] { ContainerMedia::open(text, cancelled); }), kCancelled);
+        QCOMPARE(outcome([&] { TransportStreams::inspect(text, cancelled); }), kCancelled);
+        auto future = ContainerMedia::openAsync(QUrl::fromLocalFile(text), cancelled);
+        QCOMPARE(outcome([&] { future.result(); }), kCancelled);
+        QCOMPARE(outcome([&] { ContainerMedia::open(text, std::make_shared<std::atomic_bool>()); }),
+                 2);
+    }
 };
-
-void ContainerMediaTest::failuresCarryEngineCodes()
-{
-    const QString text = writeFile(u"notes.mkv"_s, "just some text, not a container\n");
-    QCOMPARE(outcome([&] { ContainerMedia::open(text); }), 2);
-    QCOMPARE(outcome([&] { ContainerMedia::open(QUrl::fromLocalFile(text)); }), 2);
-    QCOMPARE(outcome([&] { ContainerMedia::open(writeFile(u"empty.mkv"_s, {})); }), 1);
-    QCOMPARE(outcome([&] { ContainerMedia::open(m_dir.filePath(u"missing.mkv"_s)); }), 5);
-    QCOMPARE(outcome([&] { ContainerMedia::open(m_dir.path()); }), 5);
-    QCOMPARE(outcome([&] { ContainerMedia::open(QUrl(u"https://example.com/a.mkv"_s)); }), 2);
-
-    QCOMPARE(outcome([&] { TransportStreams::inspect(m_dir.filePath(u"none.ts"_s)); }), 5);
-    QCOMPARE(outcome([&] { TransportStreams::inspect(QUrl(u"http://x/a.ts"_s)); }), 2);
-    // A file without transport packets holds neither audio nor video; that is an answer.
-    QCOMPARE(TransportStreams::inspect(writeFile(u"plain.ts"_s, QByteArray(4096, 'x'))),
-             TransportStreams{});
-
-    // Errors cross futures with their type and code.
-    auto failing = ContainerMedia::openAsync(QUrl::fromLocalFile(text), {});
-    QCOMPARE(outcome([&] { failing.result(); }), 2);
-    auto probe = TransportStreams::inspectAsync(QUrl::fromLocalFile(text + u".ts"_s), {});
-    QCOMPARE(outcome([&] { probe.result(); }), 5);
-    QCOMPARE(ContainerError(5), ContainerError(5));
-    QVERIFY(!(ContainerError(5) == ContainerError(2)));
-}
-
-void ContainerMediaTest::cancellationIsNotAnEngineError()
-{
-    // The engine polls the flag before its first read of the source, so any readable file will
-    // do; the same file opens with an engine error when not cancelled.
-    const QString text = writeFile(u"cancel.flv"_s, "FLX, not a container either\n");
-    const auto cancelled = std::make_shared<std::atomic_bool>(true);
-    QCOMPARE(outcome([&] { ContainerMedia::open(text, cancelled); }), kCancelled);
-    QCOMPARE(outcome([&] { TransportStreams::inspect(text, cancelled); }), kCancelled);
-    auto future = ContainerMedia::openAsync(QUrl::fromLocalFile(text), cancelled);
-    QCOMPARE(outcome([&] { future.result(); }), kCancelled);
-    QCOMPARE(outcome([&] { ContainerMedia::open(text, std::make_shared<std::atomic_bool>()); }), 2);
-}
 
 QTEST_GUILESS_MAIN(ContainerMediaTest)
 #include "tst_containermedia.moc"

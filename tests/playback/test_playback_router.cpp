@@ -10,6 +10,7 @@
 
 using namespace quorvane;
 using quorvane::testing::ScriptedBackend;
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -22,16 +23,13 @@ struct Harness {
     Harness()
     {
         std::vector<PlaybackSlot> slotList;
-        slotList.push_back({QStringLiteral("native"),
-                            [](const QUrl& url) { return url.isLocalFile(); },
-                            [this] { return make(QStringLiteral("native")); }});
-        slotList.push_back({QStringLiteral("webm-system"),
-                            [](const QUrl& url) {
-                                const QString ext = QFileInfo(url.path()).suffix().toLower();
-                                return url.isLocalFile() &&
-                                       (ext == "webm" || ext == "ogg" || ext == "oga");
-                            },
-                            [this] { return make(QStringLiteral("webm-system")); }});
+        slotList.push_back({u"native"_s, [](const QUrl& url) { return url.isLocalFile(); },
+                            [this] { return make(u"native"_s); }});
+        const auto webm = [](const QUrl& url) {
+            return url.isLocalFile() && QStringList{"webm", "ogg", "oga"}.contains(
+                                            QFileInfo(url.path()).suffix().toLower());
+        };
+        slotList.push_back({u"webm-system"_s, webm, [this] { return make(u"webm-system"_s); }});
         router = std::make_unique<PlaybackRouter>(std::move(slotList));
         router->setOnEvent([this](const PlaybackEvent& event) { events.append(event); });
     }
@@ -64,13 +62,6 @@ private slots:
     void refusesWhatNoSlotAccepts()
     {
         // A file that no slot accepts is refused with the format error.
-        PlaybackRouter empty(std::vector<PlaybackSlot>{});
-        QList<PlaybackEvent> events;
-        empty.setOnEvent([&](const PlaybackEvent& event) { events.append(event); });
-        empty.open(QUrl::fromLocalFile("/tmp/movie.mp4"));
-        QCOMPARE(events, QList<PlaybackEvent>{failed(kFileFormatNotRecognized)});
-        QVERIFY(!empty.active());
-
         Harness h;
         h.router->open(QUrl("https://example.com/movie.mp4"));
         QVERIFY(h.made.isEmpty());
@@ -86,7 +77,7 @@ private slots:
         QCOMPARE(h.router->firstSlotFor(QUrl("https://example.com/a.webm")), std::nullopt);
         h.router->open(QUrl::fromLocalFile("/media/film.mkv"));
         QCOMPARE(h.made.size(), 1);
-        QCOMPARE(h.router->activeSlotID(), QStringLiteral("native"));
+        QCOMPARE(h.router->activeSlotID(), u"native"_s);
         h.last()->emitEvent(failed(-11800));
         QCOMPARE(h.made.size(), 1);
         QCOMPARE(h.events, QList<PlaybackEvent>{failed(-11800)});
@@ -109,7 +100,7 @@ private slots:
         QVERIFY(h.events.isEmpty());
         QCOMPARE(h.made.size(), 2);
         ScriptedBackend* web = h.last();
-        QCOMPARE(h.router->activeSlotID(), QStringLiteral("webm-system"));
+        QCOMPARE(h.router->activeSlotID(), u"webm-system"_s);
         QVERIFY(native->stopped);
         QVERIFY(!native->hasHandler());
         QCOMPARE(native->videoView()->parentItem(), nullptr);
@@ -151,7 +142,7 @@ private slots:
         h.last()->emitEvent(failed(-11819));
         QCOMPARE(h.made.size(), 1);
         QCOMPARE(h.events, (QList<PlaybackEvent>{ready(), failed(-11819)}));
-        QCOMPARE(h.router->activeSlotID(), QStringLiteral("native"));
+        QCOMPARE(h.router->activeSlotID(), u"native"_s);
     }
 
     void lateEventsFromAbandonedBackendsAreDropped()
@@ -193,14 +184,15 @@ private slots:
         h.router->seek(3, QUuid::createUuid());
         QCOMPARE(h.router->snapshot(), PlaybackSnapshot{});
 
-        h.router->setVolume(1.7);
-        QCOMPARE(h.router->volume(), 1.0);
-        h.router->setVolume(-1);
-        QCOMPARE(h.router->volume(), 0.0);
-        h.router->setVolume(0.25);
-        h.router->setVolume(std::nan(""));
-        h.router->setVolume(INFINITY);
-        QCOMPARE(h.router->volume(), 0.25);
+        // Clamped to 0...1; non-finite values keep the last one.
+        for (const auto& [set, kept] : {std::pair{1.7, 1.0},
+                                        {-1.0, 0.0},
+                                        {0.25, 0.25},
+                                        {double(NAN), 0.25},
+                                        {double(INFINITY), 0.25}}) {
+            h.router->setVolume(set);
+            QCOMPARE(h.router->volume(), kept);
+        }
 
         h.router->open(QUrl::fromLocalFile("/media/a.mp4"));
         ScriptedBackend* backend = h.last();

@@ -23,21 +23,15 @@ struct PlayerFixture {
     ScriptedBackend* backend = nullptr;
     std::unique_ptr<Player> player;
 
-    PlayerFixture()
-    {
-        settings = std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
-        // Keeps the translations hermetic: English, from the test's own settings.
-        setPlayerLanguageSettings(settings.get());
-        makePlayer();
-    }
-
+    PlayerFixture() { reopenSettings(); }
     ~PlayerFixture() { setPlayerLanguageSettings(nullptr); }
 
-    // Writes the settings file and reads it back from disk, as a new launch would.
+    // Writes the settings file and reads it back from disk, as a new launch would. Translations
+    // stay hermetic: English, from the test's own settings.
     void reopenSettings()
     {
         player.reset();
-        settings->sync();
+        if (settings) settings->sync();
         settings = std::make_unique<QSettings>(dir.filePath("settings.ini"), QSettings::IniFormat);
         setPlayerLanguageSettings(settings.get());
         makePlayer();
@@ -78,10 +72,8 @@ struct PlayerFixture {
 
     QList<DiagnosticLog::Entry> records(const QString& event) const
     {
-        QList<DiagnosticLog::Entry> found;
-        for (const auto& entry : log.entries()) {
-            if (entry.event == event) found.append(entry);
-        }
+        QList<DiagnosticLog::Entry> found = log.entries();
+        found.removeIf([&](const DiagnosticLog::Entry& entry) { return entry.event != event; });
         return found;
     }
 };

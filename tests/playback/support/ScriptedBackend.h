@@ -78,10 +78,8 @@ public:
     }
     int count(const QString& prefix) const
     {
-        int n = 0;
-        for (const QString& call : calls)
-            n += call.startsWith(prefix) ? 1 : 0;
-        return n;
+        return int(std::count_if(calls.begin(), calls.end(),
+                                 [&](const QString& call) { return call.startsWith(prefix); }));
     }
 
     QString name;
