@@ -1,20 +1,15 @@
 #!/usr/bin/env python3
 """Oracle tests for FLAC, AC-3, E-AC-3 and MP3 in Matroska, FLV, the transport-stream probe, and
-the table of real files in the shared corpus.
-
-Played files go through `qvmedia cat` and the same comparison as the Matroska oracle (streams,
-packet bytes, key flags, times; ffmpeg decodes, GStreamer plays). Refused files must fail with
-their exact code; transport streams must report their presence. Every corpus file has one row in
-CORPUS saying what it must give, and why when the engine refuses it.
+the table of real files in the shared corpus, with the checks of oracle.py. Transport streams must
+report their presence; every corpus file has one row in CORPUS saying what it must give, and why
+when the engine refuses it.
 """
-import argparse
 import os
 import subprocess
 import sys
-import tempfile
 
 import oracle
-from oracle import compare, fail, play, qvmedia
+from oracle import fail, played, qvmedia, refused
 
 PLAYED = [
     'flac_audio_only.mka', 'h264_flac.mkv', 'ac3_audio_only.mka', 'ac3_laced.mkv',
@@ -111,25 +106,6 @@ def carried(path, tmp):
     return reference
 
 
-def played(name, source, tmp, binary, reference=None):
-    output = os.path.join(tmp, os.path.basename(name) + '.mp4')
-    result = qvmedia(['cat', source, output], binary)
-    if result.returncode != 0:
-        fail(name, f'qvmedia cat exited {result.returncode}: {result.stderr.strip()}')
-        return
-    compare(name, reference or source, output)
-    play(name, output)
-    os.remove(output)
-
-
-def refused(name, path, code, binary):
-    result = qvmedia(['info', path], binary)
-    if result.returncode != code or not result.stderr.startswith(f'error {code}: '):
-        fail(name, f'expected error {code}, got exit {result.returncode}: {result.stderr.strip()}')
-    else:
-        print(f'{name}: refused with {code}')
-
-
 def presence(name, path, expected, binary):
     result = qvmedia(['presence', path], binary)
     if result.returncode != 0 or result.stdout.strip() != expected:
@@ -138,76 +114,45 @@ def presence(name, path, expected, binary):
         print(f'{name}: {expected}')
 
 
-def corpus(root, tmp, binary, only):
+def check(name, path, expected, tmp, binary):
+    """One file against its expectation: PLAY, a presence text, or (code, reason)."""
+    if expected == PLAY:
+        print(name, flush=True)
+        played(name, path, tmp, binary, carried(path, tmp))
+    elif isinstance(expected, str):
+        presence(name, path, expected, binary)
+    else:
+        refused(name, path, expected[0], binary)
+
+
+def more(args, tmp):
+    for name, expected in PRESENCE.items():
+        if not args.only or name in args.only:
+            presence(name, os.path.join(args.fixtures, name), expected, args.qvmedia)
+    if not (args.corpus and os.path.isdir(args.corpus)):
+        return print('shared corpus absent: its table is skipped')
+    only = [n for n in args.only if '/' in n]
     seen = set()
-    for folder in sorted(os.listdir(root)):
-        if not os.path.isdir(os.path.join(root, folder)):
-            continue
-        for entry in sorted(os.listdir(os.path.join(root, folder))):
-            name = f'{folder}/{entry}'
+    for folder in sorted(f for f in os.listdir(args.corpus) if os.path.isdir(os.path.join(args.corpus, f))):
+        for name in (f'{folder}/{e}' for e in sorted(os.listdir(os.path.join(args.corpus, folder)))):
             if only and name not in only:
                 continue
             seen.add(name)
-            path = os.path.join(root, name)
-            expected = CORPUS.get(name)
+            path = os.path.join(args.corpus, name)
             try:
-                if expected is None:
-                    # Not in the table yet: it must still fail cleanly or open.
-                    result = qvmedia(['info', path], binary)
-                    if result.returncode not in (0, 1, 2, 3, 5):
-                        fail(name, f'exited {result.returncode}: {result.stderr.strip()[:200]}')
-                    print(f'corpus {name}: not in the table, exit {result.returncode}')
-                elif expected == PLAY:
-                    print(f'corpus {name}', flush=True)
-                    played(name, path, tmp, binary, carried(path, tmp))
-                elif isinstance(expected, str):
-                    presence(name, path, expected, binary)
-                else:
-                    refused(name, path, expected[0], binary)
+                if name in CORPUS:
+                    check(name, path, CORPUS[name], tmp, args.qvmedia)
+                    continue
+                # Not in the table yet: it must still fail cleanly or open.
+                result = qvmedia(['info', path], args.qvmedia)
+                if result.returncode not in (0, 1, 2, 3, 5):
+                    fail(name, f'exited {result.returncode}: {result.stderr.strip()[:200]}')
+                print(f'corpus {name}: not in the table, exit {result.returncode}')
             except subprocess.TimeoutExpired:
                 fail(name, 'qvmedia took longer than 120 s')
-    if not only:
-        for name in sorted(set(CORPUS) - seen):
-            print(f'corpus {name}: listed but absent')
-
-
-def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument('--qvmedia', required=True)
-    parser.add_argument('--fixtures', required=True)
-    parser.add_argument('--corpus')
-    parser.add_argument('only', nargs='*')
-    args = parser.parse_args()
-
-    with tempfile.TemporaryDirectory() as tmp:
-        for name in PLAYED:
-            if not args.only or name in args.only:
-                print(name, flush=True)
-                played(name, os.path.join(args.fixtures, name), tmp, args.qvmedia)
-        for name, code in REFUSED.items():
-            if not args.only or name in args.only:
-                refused(name, os.path.join(args.fixtures, name), code, args.qvmedia)
-        for name, expected in PRESENCE.items():
-            if not args.only or name in args.only:
-                presence(name, os.path.join(args.fixtures, name), expected, args.qvmedia)
-        # The probe's own failures come back as the engine's codes.
-        empty = os.path.join(tmp, 'empty.ts')
-        open(empty, 'wb').close()
-        for path, code in ((empty, 1), (tmp, 5), (os.path.join(tmp, 'missing.ts'), 5)):
-            result = qvmedia(['presence', path], args.qvmedia)
-            if result.returncode != code or not result.stderr.startswith(f'error {code}: '):
-                fail(path, f'presence: expected error {code}, got exit {result.returncode}')
-        if args.corpus and os.path.isdir(args.corpus):
-            corpus(args.corpus, tmp, args.qvmedia, [n for n in args.only if '/' in n])
-        else:
-            print('shared corpus absent: its table is skipped')
-
-    if oracle.failures:
-        print(f'\n{len(oracle.failures)} failure(s)')
-        return 1
-    print('\nall codec oracle checks passed')
-    return 0
+    for name in sorted(set(CORPUS) - seen) if not only else ():
+        print(f'corpus {name}: listed but absent')
 
 
 if __name__ == '__main__':
-    sys.exit(main())
+    sys.exit(oracle.run(PLAYED, REFUSED, 'presence', more))
