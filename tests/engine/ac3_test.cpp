@@ -18,22 +18,16 @@ Bytes eac3Stereo()
 }
 
 // A dependent substream that adds the rear surround pair to a 44.1 kHz programme.
-const Bytes kRearPair = pack({{0x0B77, 16},
-                              {1, 2},
-                              {0, 3},
-                              {31, 11}, // dependent, id 0, 64 bytes
-                              {1, 2},
-                              {3, 2},
-                              {2, 3},
-                              {0, 1}, // 44.1 kHz, 6 blocks, 2/0, no LFE
-                              {16, 5},
-                              {31, 5},
-                              {0, 1}, // bsid, dialnorm, no compression
-                              {1, 1},
-                              {0x0200, 16}, // custom channel map: Lrs/Rrs
-                              {0, 1},
-                              {0, 1}}, // no mixing or informational metadata
-                             64);
+Bytes rearPair()
+{
+    Bytes out = cat({pack({{0x0B77, 16}, {1, 2}, {0, 3}, {31, 11}}), // dependent, id 0, 64 bytes
+                     pack({{1, 2}, {3, 2}, {2, 3}, {0, 1}}), // 44.1 kHz, 6 blocks, 2/0, no LFE
+                     // bsid, dialnorm, no compression; custom channel map Lrs/Rrs; no mixing or
+                     // informational metadata.
+                     pack({{16, 5}, {31, 5}, {0, 1}, {1, 1}, {0x0200, 16}, {0, 1}, {0, 1}})});
+    out.resize(64, 0);
+    return out;
+}
 
 // An encoder's 48 kHz 5.1 frame at 384 kbit/s.
 const Bytes kSurround{0x0b, 0x77, 0x1e, 0x8b, 0x1c, 0x40, 0xeb, 0xf8};
@@ -80,20 +74,12 @@ TEST(Eac3, SubstreamsAndDec3)
     EXPECT_EQ(frame.dec3, (Bytes{0x06, 0x00, 0x60, 0x04, 0x00}));
 
     // A dependent substream adds its channel locations to the programme it depends on.
-    const auto both = eac3Frame(cat({eac3Stereo(), kRearPair}));
+    const auto both = eac3Frame(cat({eac3Stereo(), rearPair()}));
     EXPECT_EQ(both.channels, 2u);
-    EXPECT_EQ(both.dec3, pack({{206, 13},
-                               {0, 3}, // (834 + 64) bytes
-                               {1, 2},
-                               {16, 5},
-                               {0, 1},
-                               {0, 1},
-                               {0, 3}, // fscod bsid - bsmod
-                               {2, 3},
-                               {0, 1},
-                               {0, 3},
-                               {1, 4},
-                               {0x080, 9}})); // acmod - chan_loc
+    EXPECT_EQ(both.dec3,
+              cat({pack({{206, 13}, {0, 3}}), // (834 + 64) bytes per frame
+                   pack({{1, 2}, {16, 5}, {0, 1}, {0, 1}, {0, 3}, {2, 3}, {0, 1}}), // fscod - lfeon
+                   pack({{0, 3}, {1, 4}, {0x080, 9}})})); // reserved, num_dep_sub, chan_loc
 }
 
 TEST(Eac3, RefusedAccessUnits)
@@ -102,7 +88,7 @@ TEST(Eac3, RefusedAccessUnits)
     Bytes ac3 = kSurround;
     ac3.resize(1536, 0);
     const std::vector<std::pair<Bytes, std::uint32_t>> cases{
-        {kRearPair, 1},           // a dependent substream with nothing to depend on
+        {rearPair(), 1},          // a dependent substream with nothing to depend on
         {cat({whole, whole}), 1}, // a second programme numbered 0
         {Bytes(whole.begin(), whole.begin() + 24), 1}, // more bytes claimed than the block holds
         {{}, 1},
