@@ -11,15 +11,13 @@ TEST(Ebml, VariableLengthIntegers)
     TempFile file({0x81, 0x40, 0x02, 0x1A, 0x45, 0xDF, 0xA3, 0xFF, 0x7F, 0xFF, 0x00});
     qv::Reader r(file.path().c_str(), nullptr, nullptr);
     const auto end = r.size();
-    auto v = qv::ebml::vint(r, 0, end, false);
-    EXPECT_EQ(v.value, 1u);
-    EXPECT_EQ(v.length, 1u);
-    v = qv::ebml::vint(r, 1, end, false);
-    EXPECT_EQ(v.value, 2u);
-    EXPECT_EQ(v.length, 2u);
-    // IDs keep their marker bits.
-    v = qv::ebml::vint(r, 3, end, true);
-    EXPECT_EQ(v.value, 0x1A45DFA3u);
+    const auto read = [&](std::uint64_t at, bool id) {
+        const auto v = qv::ebml::vint(r, at, end, id);
+        return std::pair<std::uint64_t, std::uint64_t>(v.value, v.length);
+    };
+    EXPECT_EQ(read(0, false), std::pair(1ul, 1ul));
+    EXPECT_EQ(read(1, false), std::pair(2ul, 2ul));
+    EXPECT_EQ(read(3, true), std::pair(0x1A45DFA3ul, 4ul)); // IDs keep their marker bits
     // All data bits set: an unknown size, in one byte and in two.
     EXPECT_TRUE(qv::ebml::vint(r, 7, end, false).unknown);
     EXPECT_TRUE(qv::ebml::vint(r, 8, end, false).unknown);
