@@ -114,17 +114,6 @@ def presence(name, path, expected, binary):
         print(f'{name}: {expected}')
 
 
-def check(name, path, expected, tmp, binary):
-    """One file against its expectation: PLAY, a presence text, or (code, reason)."""
-    if expected == PLAY:
-        print(name, flush=True)
-        played(name, path, tmp, binary, carried(path, tmp))
-    elif isinstance(expected, str):
-        presence(name, path, expected, binary)
-    else:
-        refused(name, path, expected[0], binary)
-
-
 def more(args, tmp):
     for name, expected in PRESENCE.items():
         if not args.only or name in args.only:
@@ -140,14 +129,19 @@ def more(args, tmp):
             seen.add(name)
             path = os.path.join(args.corpus, name)
             try:
-                if name in CORPUS:
-                    check(name, path, CORPUS[name], tmp, args.qvmedia)
-                    continue
-                # Not in the table yet: it must still fail cleanly or open.
-                result = qvmedia(['info', path], args.qvmedia)
-                if result.returncode not in (0, 1, 2, 3, 5):
-                    fail(name, f'exited {result.returncode}: {result.stderr.strip()[:200]}')
-                print(f'corpus {name}: not in the table, exit {result.returncode}')
+                expected = CORPUS.get(name)
+                if expected == PLAY:
+                    print(name, flush=True)
+                    played(name, path, tmp, args.qvmedia, carried(path, tmp))
+                elif isinstance(expected, str):
+                    presence(name, path, expected, args.qvmedia)
+                elif expected:
+                    refused(name, path, expected[0], args.qvmedia)
+                else:  # not in the table yet: it must still fail cleanly or open
+                    result = qvmedia(['info', path], args.qvmedia)
+                    if result.returncode not in (0, 1, 2, 3, 5):
+                        fail(name, f'exited {result.returncode}: {result.stderr.strip()[:200]}')
+                    print(f'corpus {name}: not in the table, exit {result.returncode}')
             except subprocess.TimeoutExpired:
                 fail(name, 'qvmedia took longer than 120 s')
     for name in sorted(set(CORPUS) - seen) if not only else ():
