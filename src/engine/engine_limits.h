@@ -10,7 +10,7 @@ inline constexpr std::uint64_t kMaxRead = 1'048'576;
 // Read-ahead window of the byte-wise reader.
 inline constexpr std::uint64_t kReadAheadWindow = 262'144;
 // Smallest read-ahead window, used after the reader jumps.
-inline constexpr std::uint64_t kReadAheadMinimum = 4'096;
+inline constexpr std::uint64_t kReadAheadMinimum = 1'024;
 // Tracks kept per file.
 inline constexpr std::uint32_t kMaxTracks = 32;
 // Clusters recorded per Matroska file.
