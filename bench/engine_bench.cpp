@@ -96,7 +96,7 @@ int bench(const char* path)
     const auto size = qv_media_size(media);
 
     std::vector<std::uint8_t> buffer(QV_MEDIA_MAX_READ);
-    const double read = best(3, [&] {
+    const double read = best(9, [&] {
         const auto start = Clock::now();
         for (std::uint64_t at = 0; at < size;) {
             const auto n = qv_media_read(media, at, buffer.data(), buffer.size());
@@ -105,7 +105,7 @@ int bench(const char* path)
         }
         return secondsSince(start);
     });
-    const double raw = best(3, [&] { return rawRead(path); });
+    const double raw = best(9, [&] { return rawRead(path); });
     const double demux = best(2, [&] { return ffmpegDemux(path); });
     qv_media_close(media);
 

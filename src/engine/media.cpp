@@ -32,6 +32,32 @@ std::vector<std::uint8_t> fileType()
     return {bytes, bytes + sizeof bytes};
 }
 
+// Copies a fixed number of bytes, all loaded before any is stored.
+template <std::size_t N> inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
+{
+    std::uint8_t block[N];
+    std::memcpy(block, source, N);
+    std::memcpy(destination, block, N);
+}
+
+// Moves take bytes at base + from down to base + to (to <= from), in a buffer of length bytes.
+// Most samples of a long file are small, and there a call to memmove costs more than the copy: a
+// small sample goes as one fixed-size block instead, which may run past the sample's end. The
+// bytes after it are free (the next sample will overwrite them) once the sample has moved at least
+// that overrun, and the block must still lie inside the buffer. Samples never share source bytes
+// (each lies inside its own block or tag), so the next sample starts at from + take or later.
+inline void squeeze(std::uint8_t* base, std::uint64_t to, std::uint64_t from, std::uint64_t take,
+                    std::uint64_t length)
+{
+    const std::uint64_t reach = from - to + take; // where the next sample's bytes may begin
+    if (take <= 64 && reach >= 64 && length - from >= 64)
+        moveFixed<64>(base + to, base + from);
+    else if (take <= 128 && reach >= 128 && length - from >= 128)
+        moveFixed<128>(base + to, base + from);
+    else
+        std::memmove(base + to, base + from, take);
+}
+
 Index demux(Reader& reader)
 {
     if (probeMatroska(reader)) return matroska(reader);
@@ -147,17 +173,17 @@ void QVMedia::read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t n)
         reader.copy(spanStart, base, spanLength);
         std::uint64_t out = std::min<std::uint64_t>(first.position + first.size - p, room);
         require(out <= spanLength);
-        auto i = k + 1;
-        for (; out < room && i < slices.size(); ++i) {
-            const Slice& s = slices[i];
-            const auto take = std::min<std::uint64_t>(s.size, room - out);
-            if (s.source < spanStart) break;
-            const auto at = s.source - spanStart;
+        const Slice* slice = slices.data() + k + 1;
+        const Slice* const last = slices.data() + slices.size();
+        for (; out < room && slice != last; ++slice) {
+            const std::uint64_t take = std::min<std::uint64_t>(slice->size, room - out);
+            // Wraps to a huge value for a sample before the span, which the test below refuses.
+            const std::uint64_t at = slice->source - spanStart;
             if (at < out || at > spanLength || take > spanLength - at) break; // read it afresh
-            std::memmove(base + out, base + at, take);
+            squeeze(base, out, at, take, spanLength);
             out += take;
         }
         done += out;
-        k = i;
+        k = static_cast<std::size_t>(slice - slices.data());
     }
 }
