@@ -121,6 +121,36 @@ TEST(Media, VirtualFileLayoutAndReads)
     EXPECT_EQ(nullCode, 1u);
 }
 
+// Hundreds of small frames of varied sizes: their gaps grow along a read, so every way of moving a
+// sample into place is used, and any byte written past a sample's end would show in the next one.
+TEST(Media, ManySmallFramesReadBackFromAnyOffset)
+{
+    Bytes blocks, expected;
+    for (int i = 0; i < 600; ++i) {
+        const Bytes frame(1 + (i * 37) % 150, static_cast<std::uint8_t>(i));
+        blocks = cat({blocks, simpleBlock(static_cast<std::int16_t>((i * 64 + 1) / 3), true, frame)});
+        expected = cat({expected, frame});
+    }
+    TempFile file(matroskaFile(aacTrack(), cluster(0, blocks)));
+    std::uint32_t code = 0;
+    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
+    ASSERT_NE(media, nullptr) << code;
+    const auto size = qv_media_size(media);
+    const auto samples = size - expected.size();
+    for (const std::uint64_t piece : {1, 63, 64, 129, 1000, 100'000}) {
+        Bytes got;
+        for (std::uint64_t at = samples; at < size;) {
+            Bytes buffer(piece);
+            const auto n = qv_media_read(media, at, buffer.data(), piece);
+            ASSERT_GT(n, 0) << piece << " at " << at;
+            got.insert(got.end(), buffer.begin(), buffer.begin() + n);
+            at += std::uint64_t(n);
+        }
+        EXPECT_EQ(got, expected) << piece;
+    }
+    qv_media_close(media);
+}
+
 TEST(Media, CancellationDuringOpenAndLaterReads)
 {
     TempFile file(threeFrames());
