@@ -1,5 +1,6 @@
 #include "NativePlayback.h"
 
+#include "AppSourceGuard.h"
 #include "AudioValidation.h"
 #include "DiagnosticLog.h"
 #include "NativeContainerSource.h"
@@ -42,6 +43,8 @@ NativePlayback::NativePlayback(QObject* parent)
     : PlaybackBackend(parent), m_player(new QMediaPlayer(this)), m_audio(new QAudioOutput(this)),
       m_detachedSink(new QVideoSink(this))
 {
+    // Before any file: container files reach GStreamer through an appsrc.
+    appsource::installGuard();
     m_player->setAudioOutput(m_audio);
     m_player->setVideoSink(m_detachedSink);
     attachSink(m_detachedSink);
