@@ -3,7 +3,6 @@
 #include <QLoggingCategory>
 
 #include <atomic>
-#include <mutex>
 
 #include <gst/app/gstappsrc.h>
 #include <gst/base/gstbasesrc.h>
@@ -83,23 +82,22 @@ GstFlowReturn checkedCreate(GstBaseSrc* source, guint64 offset, guint size, GstB
 
 bool installGuard()
 {
-    static std::once_flag once;
-    static bool installed = false;
-    std::call_once(once, [] {
+    // A function-local static runs once, and the other callers wait for it.
+    static const bool installed = [] {
         GError* error = nullptr;
         if (!gst_init_check(nullptr, nullptr, &error)) {
             qCWarning(lcAppSource) << "GStreamer is unavailable:"
                                    << (error ? error->message : "unknown error");
             g_clear_error(&error);
-            return;
+            return false;
         }
         // The class stays referenced for the life of the process, so the patched function
         // table is never freed.
         auto* base = GST_BASE_SRC_CLASS(g_type_class_ref(GST_TYPE_APP_SRC));
         g_create = base->create;
         base->create = checkedCreate;
-        installed = true;
-    });
+        return true;
+    }();
     return installed;
 }
 
