@@ -149,6 +149,11 @@ QQuickItem* Player::videoView() const
     return output ? output->videoView() : nullptr;
 }
 
+void Player::setVideoSink(QVideoSink* sink)
+{
+    m_playback->setVideoSink(sink);
+}
+
 QVariantList Player::speedChoices()
 {
     return {0.5, 0.75, 1.0, 1.25, 1.5, 2.0, 3.0, 4.0};

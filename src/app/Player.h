@@ -17,6 +17,7 @@
 #include <QUuid>
 #include <QVariantList>
 #include <QVariantMap>
+#include <QVideoSink>
 
 #include <functional>
 #include <memory>
@@ -136,6 +137,8 @@ public:
     Q_INVOKABLE void selectTrack(const QString& type, qint64 id);
     Q_INVOKABLE void adjustVolume(double change);
     Q_INVOKABLE void dismissError();
+    // The window's video item hands its sink here; the backend draws every picture into it.
+    Q_INVOKABLE void setVideoSink(QVideoSink* sink);
 
     // Speed: the base speed the user chose (0.25...4) and the press-and-hold boost on top.
     Q_INVOKABLE void setBaseSpeed(double rate);

@@ -9,9 +9,6 @@
 #include <QAudioOutput>
 #include <QLoggingCategory>
 #include <QMediaMetaData>
-#include <QQmlComponent>
-#include <QQmlEngine>
-#include <QQuickItem>
 #include <QTimer>
 #include <QVideoFrame>
 #include <QVideoSink>
@@ -32,11 +29,6 @@ constexpr int kFirstFrameTimeoutMs = 3000;
 constexpr int kSeekFallbackMs = 1500;
 constexpr qint64 kDefaultFrameMs = 40;
 
-const char* const kVideoItemQml = R"(
-import QtQuick
-import QtMultimedia
-VideoOutput { fillMode: VideoOutput.PreserveAspectFit }
-)";
 } // namespace
 
 NativePlayback::NativePlayback(QObject* parent)
@@ -65,7 +57,6 @@ NativePlayback::~NativePlayback()
     m_player->setSource(QUrl());
     m_player->setVideoOutput(static_cast<QObject*>(nullptr));
     m_container.reset();
-    delete m_videoItem.data();
 }
 
 void NativePlayback::bumpGeneration()
@@ -278,24 +269,20 @@ void NativePlayback::selectTrack(PlaybackTrackKind kind, qint64 id)
     }
 }
 
-QQuickItem* NativePlayback::videoView()
+void NativePlayback::setVideoSink(QVideoSink* sink)
 {
-    if (m_videoItem) return m_videoItem;
-    if (!m_qml) m_qml = new QQmlEngine(this);
-    QQmlComponent component(m_qml);
-    component.setData(kVideoItemQml, QUrl());
-    QObject* object = component.create();
-    auto* item = qobject_cast<QQuickItem*>(object);
-    if (!item) {
-        qCWarning(lcNative) << "cannot create the video item:" << component.errorString();
-        delete object;
-        return nullptr;
+    disconnect(m_viewSinkGone);
+    m_viewSink = sink;
+    if (sink) {
+        // The view may be torn down before the backend: fall back rather than keep a dangling sink.
+        m_viewSinkGone = connect(sink, &QObject::destroyed, this, [this] {
+            m_player->setVideoSink(m_detachedSink);
+            attachSink(m_detachedSink);
+        });
     }
-    QQmlEngine::setObjectOwnership(item, QQmlEngine::CppOwnership);
-    m_videoItem = item;
-    m_player->setVideoOutput(item);
-    attachSink(item->property("videoSink").value<QVideoSink*>());
-    return item;
+    QVideoSink* target = sink ? sink : m_detachedSink;
+    m_player->setVideoSink(target);
+    attachSink(target);
 }
 
 void NativePlayback::attachSink(QVideoSink* sink)

@@ -17,8 +17,6 @@
 #include <optional>
 
 class QAudioOutput;
-class QQmlEngine;
-class QQuickItem;
 class QVideoFrame;
 class QVideoSink;
 
@@ -27,7 +25,7 @@ namespace quorvane {
 class AudioValidation;
 class NativeContainerSource;
 
-class NativePlayback final : public PlaybackBackend, public VideoOutput {
+class NativePlayback final : public PlaybackBackend {
     Q_OBJECT
 public:
     explicit NativePlayback(QObject* parent = nullptr);
@@ -45,8 +43,9 @@ public:
     void setVolume(double volume) override;
     void selectTrack(PlaybackTrackKind kind, qint64 id) override;
 
-    // A VideoOutput item (letterboxed) showing the picture; made on first use, owned here.
-    QQuickItem* videoView() override;
+    // The picture goes to `sink` (the window's VideoOutput); without one, or once it is gone,
+    // to a sink of our own so that the first-picture and seek checks still see frames.
+    void setVideoSink(QVideoSink* sink) override;
 
     double volume() const;
 
@@ -79,9 +78,9 @@ private:
 
     QMediaPlayer* m_player = nullptr;
     QAudioOutput* m_audio = nullptr;
-    QVideoSink* m_detachedSink = nullptr; // frames arrive here until a view exists
-    QQmlEngine* m_qml = nullptr;
-    QPointer<QQuickItem> m_videoItem;
+    QVideoSink* m_detachedSink = nullptr; // frames arrive here while no view sink is set
+    QPointer<QVideoSink> m_viewSink;
+    QMetaObject::Connection m_viewSinkGone;
     QMetaObject::Connection m_frameConnection;
 
     EventHandler m_onEvent;

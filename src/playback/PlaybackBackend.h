@@ -15,6 +15,7 @@
 #include <variant>
 
 class QQuickItem;
+class QVideoSink;
 
 namespace quorvane {
 
@@ -36,8 +37,8 @@ struct PlaybackTrack {
 };
 
 struct PlaybackMediaInfo {
-    double duration = 0;  // seconds
-    double width = 0;     // display size in pixels, 0 for audio only
+    double duration = 0; // seconds
+    double width = 0;    // display size in pixels, 0 for audio only
     double height = 0;
     double frameRate = 0; // 0 where unknown
     bool hdr = false;
@@ -98,6 +99,9 @@ public:
     // Linear volume, 0 to 1.
     virtual void setVolume(double volume) = 0;
     virtual void selectTrack(PlaybackTrackKind kind, qint64 id) = 0;
+    // Where the picture goes: the sink of the window's video item, or nullptr for none. Backends
+    // without a picture of their own ignore it. The sink is owned by the view and may go away.
+    virtual void setVideoSink(QVideoSink* sink) { Q_UNUSED(sink); }
 };
 
 // Implemented by backends that show a picture: the item that draws it. The backend owns the item.

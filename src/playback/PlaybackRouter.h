@@ -6,6 +6,7 @@
 
 #include <QPointer>
 #include <QQuickItem>
+#include <QVideoSink>
 
 #include <functional>
 #include <memory>
@@ -40,6 +41,9 @@ public:
     // NaN and infinities are ignored; anything else is clamped to 0...1.
     void setVolume(double volume) override;
     void selectTrack(PlaybackTrackKind kind, qint64 id) override;
+    // Remembered and handed to every backend the router makes, and to the active one at once.
+    void setVideoSink(QVideoSink* sink) override;
+    QVideoSink* videoSink() const { return m_videoSink; }
 
     // A plain container; the active backend's own item is placed inside and fills it.
     QQuickItem* videoView() override { return m_videoView.get(); }
@@ -65,6 +69,7 @@ private:
     void handle(const QUuid& generation, const PlaybackEvent& event);
 
     std::unique_ptr<QQuickItem> m_videoView;
+    QPointer<QVideoSink> m_videoSink;
     EventHandler m_onEvent;
     std::unique_ptr<PlaybackBackend> m_active;
     // The router often abandons a backend from inside that backend's own event callback, so

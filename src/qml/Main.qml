@@ -1,28 +1,101 @@
+pragma ComponentBehavior: Bound
 import QtQuick
-import QtQuick.Window
+import QtQuick.Controls
+import QtQuick.Dialogs
+import Quorvane.Models
 
-// The player window: the picture fills it, Space plays and pauses, the title is the file's.
-Window {
+// The player window: menu bar (hidden in full screen), the player view, the open panel, the
+// playlist panel beside the window, and the About and Settings windows made on demand.
+ApplicationWindow {
     id: window
 
-    required property QtObject player
+    required property Player player
+    required property Localizer localizer
+
+    readonly property bool fullScreen: visibility === Window.FullScreen
+    readonly property bool hasItem: player.currentURL.toString() !== ""
 
     width: 960
-    height: 540
+    height: 600
+    // The welcome screen needs room for its recent files; a playing picture can go smaller.
+    minimumWidth: hasItem ? 600 : 640
+    minimumHeight: hasItem ? 360 : 480
     visible: true
+    title: player.title !== "" ? player.title : "Quorvane Player"
     color: "black"
-    title: player.title
-
-    VideoHost {
-        anchors.fill: parent
-        videoView: window.player.videoView
-    }
-
-    Item {
-        anchors.fill: parent
-        focus: true
-        Keys.onSpacePressed: window.player.toggle()
-    }
+    font.capitalization: Font.MixedCase
 
     onClosing: player.savePosition()
+
+    Actions {
+        id: actions
+        player: window.player
+        window: window
+        playlistPanel: playlistPanel
+        onOpenRequested: openDialog.open()
+        onAboutRequested: aboutLoader.active = true
+        onSettingsRequested: {
+            settingsLoader.active = true
+            if (settingsLoader.item)
+                settingsLoader.item.raise()
+        }
+        onQuitRequested: window.close()
+    }
+
+    menuBar: PlayerMenuBar {
+        visible: !window.fullScreen
+        actions: actions
+        player: window.player
+    }
+
+    PlayerView {
+        id: view
+        anchors.fill: parent
+        player: window.player
+        actions: actions
+        playlistPanel: playlistPanel
+    }
+
+    PlaylistPanelController {
+        id: playlistPanel
+        parentWindow: window
+        panel: playlistWindow
+    }
+
+    PlaylistWindow {
+        id: playlistWindow
+        player: window.player
+        panel: playlistPanel
+    }
+
+    Connections {
+        target: window.player
+        function onChooseFileRequested() { openDialog.open() }
+    }
+
+    FileDialog {
+        id: openDialog
+        title: qsTr("Open File…")
+        fileMode: FileDialog.OpenFiles
+        nameFilters: [qsTr("Media files") + " (*.mp4 *.m4v *.mkv *.mov *.avi *.webm *.ts *.mts *.m2ts *.mpg *.mpeg *.wmv *.flv *.vob *.ogv *.mp3 *.m4a *.aac *.flac *.ogg *.opus *.wav)",
+            qsTr("All files") + " (*)"]
+        onAccepted: window.player.addFiles(true, selectedFiles)
+    }
+
+    Loader {
+        id: aboutLoader
+        active: false
+        sourceComponent: AboutWindow {
+            onClosing: aboutLoader.active = false
+        }
+    }
+
+    Loader {
+        id: settingsLoader
+        active: false
+        sourceComponent: SettingsPlaceholder {
+            localizer: window.localizer
+            onClosing: settingsLoader.active = false
+        }
+    }
 }

@@ -1,18 +1,30 @@
 import QtQuick
+import QtMultimedia
+import Quorvane.Models
+import Quorvane.Video
 
-// Hosts the playback backend's picture: the item made in C++ is placed inside and fills the host.
-Item {
-    id: host
+// The picture and its input: the surface takes keys, presses and pointer movement; the
+// VideoOutput inside it draws what the active backend plays, through the sink handed to the
+// player. A web backend's view goes into `webViewSlot`, above the picture.
+VideoSurface {
+    id: surface
 
-    required property Item videoView
+    readonly property alias videoOutput: output
+    // Where a web playback view sits when the web backend plays: it fills the surface and covers
+    // the VideoOutput. Keys still go through the surface (it filters the whole window).
+    readonly property alias webViewSlot: webSlot
 
-    function attach() {
-        if (!videoView)
-            return
-        videoView.parent = host
-        videoView.anchors.fill = host
+    VideoOutput {
+        id: output
+        anchors.fill: parent
+        fillMode: VideoOutput.PreserveAspectFit
+        Component.onCompleted: surface.player.setVideoSink(videoSink)
+        Component.onDestruction: surface.player.setVideoSink(null)
     }
 
-    onVideoViewChanged: attach()
-    Component.onCompleted: attach()
+    Item {
+        id: webSlot
+        objectName: "webViewSlot"
+        anchors.fill: parent
+    }
 }

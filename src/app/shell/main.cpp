@@ -1,36 +1,31 @@
-// Starts the player: one settings store, one Player, one window. A file named on the command line
-// is opened at once.
+// Starts the player: one settings store, one Player, the player window. Files named on the
+// command line are opened at once.
 #include "Player.h"
+#include "PlayerShell.h"
 
-#include <QFileInfo>
 #include <QGuiApplication>
-#include <QQmlApplicationEngine>
 #include <QSettings>
-#include <QUrl>
 #include <QtWebEngineQuick/qtwebenginequickglobal.h>
 
 int main(int argc, char* argv[])
 {
     QCoreApplication::setOrganizationName(QStringLiteral("Quorvane"));
     QCoreApplication::setApplicationName(QStringLiteral("Quorvane Player"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(QV_VERSION));
     // The web backend's view needs its engine set up before the application object exists.
     QtWebEngineQuick::initialize();
+    quorvane::PlayerShell::prepareApplication();
     QGuiApplication app(argc, argv);
+    QGuiApplication::setDesktopFileName(QStringLiteral("quorvane-player"));
 
     QSettings settings;
     quorvane::Player player(&settings);
+    quorvane::PlayerShell shell(player);
+    if (!shell.load()) return 1;
 
-    QQmlApplicationEngine engine;
-    engine.setInitialProperties({{QStringLiteral("player"), QVariant::fromValue(&player)}});
-    QObject::connect(
-        &engine, &QQmlApplicationEngine::objectCreationFailed, &app,
-        [] { QCoreApplication::exit(1); }, Qt::QueuedConnection);
-    engine.load(QUrl(QStringLiteral("qrc:/Quorvane/Main.qml")));
-    if (engine.rootObjects().isEmpty()) return 1;
-
-    const QStringList arguments = app.arguments().mid(1);
-    if (!arguments.isEmpty())
-        player.open(QUrl::fromLocalFile(QFileInfo(arguments.first()).absoluteFilePath()));
+    // Files handed over on the command line: one is opened, several fill the playlist. (A
+    // second instance hands its files to the first one here too.)
+    shell.openFiles(app.arguments().mid(1));
 
     // Closing the window saves the position too; quitting by other means must not lose it.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &player,

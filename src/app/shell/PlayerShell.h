@@ -1,0 +1,47 @@
+#pragma once
+// The application around the player model: the QML engine with the player window, the interface
+// language behind every qsTr() text, the icon theme and the controls style. main() and the window
+// tests build the same shell.
+#include "CatalogTranslator.h"
+#include "Localizer.h"
+
+#include <QObject>
+#include <QQmlApplicationEngine>
+#include <QStringList>
+
+class QQuickWindow;
+
+namespace quorvane {
+
+class Player;
+
+class PlayerShell : public QObject {
+    Q_OBJECT
+public:
+    // Call before the application object exists: the controls style and its settings.
+    static void prepareApplication();
+
+    explicit PlayerShell(Player& player, QObject* parent = nullptr);
+    ~PlayerShell() override;
+
+    // Creates the window; false when the QML failed to load.
+    bool load();
+    QQuickWindow* window() const;
+    QQmlApplicationEngine& engine() { return m_engine; }
+    Localizer& localizer() { return m_localizer; }
+
+    // Files handed over by the desktop (command line, a second instance): one file is opened,
+    // several go to the playlist with the first opened. Relative paths are taken from the
+    // current directory.
+    void openFiles(const QStringList& paths);
+
+private:
+    void applyLanguage();
+
+    Player& m_player;
+    Localizer m_localizer;
+    CatalogTranslator m_translator;
+    QQmlApplicationEngine m_engine;
+};
+
+} // namespace quorvane
