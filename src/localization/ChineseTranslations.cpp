@@ -109,6 +109,19 @@ const QList<QPair<QString, QString>>& chineseTranslationTable()
         {u"Supported formats depend on the installed media framework. External subtitles are not supported in this version."_s,
          u"支持的格式取决于已安装的媒体框架。此版本不支持外挂字幕。"_s},
         {u"Show in Folder"_s, u"在文件夹中显示"_s},
+        {u"Drop a video here, or press Ctrl+O to open"_s, u"将视频拖到这里，或按 Ctrl+O 打开"_s},
+        {u"Open a local media file (Ctrl+O)"_s, u"打开本地媒体文件（Ctrl+O）"_s},
+        // The window's own commands and labels.
+        {u"Open File…"_s, u"打开文件…"_s},
+        {u"Media files"_s, u"媒体文件"_s},
+        {u"All files"_s, u"所有文件"_s},
+        {u"File"_s, u"文件"_s},
+        {u"View"_s, u"显示"_s},
+        {u"Exit Full Screen"_s, u"退出全屏"_s},
+        {u"Mute"_s, u"静音"_s},
+        {u"Unmute"_s, u"取消静音"_s},
+        {u"Playback Speed…"_s, u"播放速度…"_s},
+        {u"Quit"_s, u"退出"_s},
     };
     return table;
 }

@@ -29,6 +29,7 @@ ApplicationWindow {
 
     Actions {
         id: actions
+        objectName: "actions"
         player: window.player
         window: window
         playlistPanel: playlistPanel
@@ -50,6 +51,7 @@ ApplicationWindow {
 
     PlayerView {
         id: view
+        objectName: "playerView"
         anchors.fill: parent
         player: window.player
         actions: actions
@@ -58,6 +60,7 @@ ApplicationWindow {
 
     PlaylistPanelController {
         id: playlistPanel
+        objectName: "playlistPanel"
         parentWindow: window
         panel: playlistWindow
     }

@@ -77,6 +77,7 @@ Item {
     }
 
     WelcomeView {
+        objectName: "welcome"
         anchors.fill: parent
         visible: !root.hasItem
         player: root.player
@@ -102,6 +103,7 @@ Item {
 
     ControlsBar {
         id: controlsBar
+        objectName: "controlsBar"
         anchors.left: parent.left
         anchors.right: parent.right
         anchors.bottom: parent.bottom
@@ -133,6 +135,7 @@ Item {
 
     Menu {
         id: contextMenu
+        objectName: "contextMenu"
         MenuItem { action: root.actions.playPause }
         MenuItem { action: root.actions.back10 }
         MenuItem { action: root.actions.forward10 }

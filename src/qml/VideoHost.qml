@@ -8,6 +8,7 @@ import Quorvane.Video
 // player. A web backend's view goes into `webViewSlot`, above the picture.
 VideoSurface {
     id: surface
+    objectName: "videoSurface"
 
     readonly property alias videoOutput: output
     // Where a web playback view sits when the web backend plays: it fills the surface and covers

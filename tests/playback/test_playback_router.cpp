@@ -88,6 +88,8 @@ private slots:
         Harness h;
         h.router->setVolume(0.4);
         h.router->setMuted(true);
+        QVideoSink sink;
+        h.router->setVideoSink(&sink);
         h.router->videoView()->setSize({800, 450});
         h.router->open(QUrl::fromLocalFile("/media/clip.WEBM"));
         QPointer<ScriptedBackend> native = h.made.at(0);
@@ -110,6 +112,12 @@ private slots:
         // Volume and mute reach the new backend before it opens.
         QVERIFY(web->calls.indexOf("volume 0.4") < web->calls.indexOf("open clip.WEBM"));
         QVERIFY(web->calls.indexOf("muted true") < web->calls.indexOf("open clip.WEBM"));
+        // So does the window's video sink, and a later sink goes to the active backend at once.
+        QVERIFY(native->videoSink == &sink);
+        QVERIFY(web->calls.indexOf("sink") < web->calls.indexOf("open clip.WEBM"));
+        QVERIFY(web->videoSink == &sink);
+        h.router->setVideoSink(nullptr);
+        QVERIFY(web->videoSink == nullptr);
 
         QCOMPARE(h.router->videoView()->childItems(), QList<QQuickItem*>{web->videoView()});
         QCOMPARE(web->videoView()->size(), QSizeF(800, 450));

@@ -87,6 +87,7 @@ GlassPanel {
                     onClicked: speedMenu.popup(speedButton, 0, -speedMenu.implicitHeight - 6)
                     SpeedMenu {
                         id: speedMenu
+                        objectName: "speedMenu"
                         player: bar.player
                     }
                 }
@@ -99,6 +100,7 @@ GlassPanel {
                     onClicked: moreMenu.popup(moreButton, moreButton.width - moreMenu.implicitWidth, -moreMenu.implicitHeight - 6)
                     MoreControlsMenu {
                         id: moreMenu
+                        objectName: "moreMenu"
                         player: bar.player
                         actions: bar.actions
                     }

@@ -17,7 +17,7 @@ Dialog {
     modal: true
 
     Label {
-        width: parent.width
+        width: dialog.availableWidth
         text: qsTr("This removes recent files, resume points, and watched progress.")
         wrapMode: Text.WordWrap
     }

@@ -6,6 +6,7 @@
 
 #include <QQuickItem>
 #include <QStringList>
+#include <QVideoSink>
 
 #include <memory>
 
@@ -64,6 +65,11 @@ public:
         calls << QStringLiteral("select %1 %2").arg(rawValue(kind)).arg(id);
     }
     QQuickItem* videoView() override { return m_view.get(); }
+    void setVideoSink(QVideoSink* sink) override
+    {
+        videoSink = sink;
+        calls << QStringLiteral("sink");
+    }
 
     bool hasHandler() const { return bool(m_handler); }
     // Delivers through the handler the owner set, as a live backend would.
@@ -86,6 +92,7 @@ public:
     QStringList calls;
     PlaybackSnapshot nextSnapshot;
     QUrl openedUrl;
+    QVideoSink* videoSink = nullptr;
     QList<double> rates;
     QList<double> seeks;
     QUuid lastSeekId;

@@ -1,0 +1,414 @@
+// The player window as a person uses it: the real window under a display, real GStreamer playing
+// generated files, and synthesized keys, clicks, drags and drops on that window.
+#include "PlaybackHistory.h"
+#include "Player.h"
+#include "PlayerShell.h"
+#include "TranslationCatalog.h"
+
+#include <QDir>
+#include <QFile>
+#include <QMimeData>
+#include <QQmlComponent>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QScreen>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quorvane;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kFixtures = QStringLiteral(QV_NATIVE_FIXTURE_DIR);
+
+QUrl fixture(const QString& name)
+{
+    return QUrl::fromLocalFile(kFixtures + u'/' + name);
+}
+
+} // namespace
+
+class PlayerWindowTest : public QObject {
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<Player> m_player;
+    std::unique_ptr<PlayerShell> m_shell;
+    QQuickWindow* m_window = nullptr;
+
+    template <typename T = QQuickItem> T* find(const char* name) const
+    {
+        auto* object = m_window->findChild<T*>(QLatin1String(name));
+        if (!object) qWarning() << "no object named" << name;
+        return object;
+    }
+    QObject* action(const char* name) const
+    {
+        return find<QObject>("actions")->property(name).value<QObject*>();
+    }
+    QPoint centre(QQuickItem* item) const
+    {
+        return item->mapToScene(QPointF(item->width() / 2, item->height() / 2)).toPoint();
+    }
+    void click(QQuickItem* item)
+    {
+        QVERIFY(item);
+        QTest::mouseClick(item->window(), Qt::LeftButton, {}, centre(item));
+    }
+    bool controlsShown() const { return find("playerView")->property("controlsShown").toBool(); }
+
+    void openAndPlay(const QUrl& url)
+    {
+        m_player->open(url);
+        QTRY_VERIFY_WITH_TIMEOUT(m_player->loaded(), 20000);
+        if (m_player->paused()) m_player->toggle();
+        QTRY_VERIFY_WITH_TIMEOUT(!m_player->paused(), 5000);
+    }
+
+    // Drops `urls` on the middle of the window as a file manager would.
+    void drop(const QList<QUrl>& urls)
+    {
+        QMimeData data;
+        data.setUrls(urls);
+        const QPointF at(m_window->width() / 2.0, m_window->height() / 3.0);
+        QDragEnterEvent enter(at.toPoint(), Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(m_window, &enter);
+        QDropEvent dropped(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(m_window, &dropped);
+    }
+
+private slots:
+    void init()
+    {
+        m_settings =
+            std::make_unique<QSettings>(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
+        m_settings->clear();
+        setPlayerLanguageSettings(m_settings.get());
+        m_player = std::make_unique<Player>(m_settings.get(), nullptr, true);
+        m_shell = std::make_unique<PlayerShell>(*m_player);
+        QVERIFY(m_shell->load());
+        m_window = m_shell->window();
+        m_window->resize(960, 600);
+        m_window->requestActivate();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window));
+    }
+
+    void cleanup()
+    {
+        m_shell.reset();
+        m_player.reset();
+        setPlayerLanguageSettings(nullptr);
+        m_settings.reset();
+    }
+
+    void keysOnThePicture()
+    {
+        openAndPlay(fixture(u"native-long.mkv"_s));
+        QVERIFY(find("videoSurface"));
+        QTRY_VERIFY(m_window->isActive());
+
+        // A tap seeks 5 s; a hold boosts and its release restores the speed exactly, no seek.
+        QTRY_VERIFY(m_player->position() > 0.2);
+        double before = m_player->position();
+        QTest::keyClick(m_window, Qt::Key_Right);
+        QTRY_VERIFY(qAbs(m_player->position() - (before + 5)) < 1.0);
+        m_player->setBaseSpeed(1.25);
+        m_player->seek(1);
+        QTRY_VERIFY(m_player->position() < 2);
+        before = m_player->position();
+        QTest::keyPress(m_window, Qt::Key_Left);
+        QTRY_VERIFY_WITH_TIMEOUT(m_player->isBoosting(), 3000);
+        QCOMPARE(m_player->speed(), 1.25 * 2);
+        QTest::keyRelease(m_window, Qt::Key_Left);
+        QVERIFY(!m_player->isBoosting());
+        QCOMPARE(m_player->speed(), 1.25);
+        QVERIFY(m_player->position() >= before - 0.5);
+
+        // Up/down change the volume; with a modifier, or while a text field has the focus, the
+        // keys are left alone.
+        const double volume = m_player->volume();
+        QTest::keyClick(m_window, Qt::Key_Down);
+        QCOMPARE(m_player->volume(), volume - 5);
+        for (const auto modifier : {Qt::ShiftModifier, Qt::ControlModifier, Qt::AltModifier})
+            QTest::keyClick(m_window, Qt::Key_Up, modifier);
+        QCOMPARE(m_player->volume(), volume - 5);
+        QQmlComponent field(&m_shell->engine());
+        field.setData("import QtQuick.Controls\nTextField { width: 100 }", QUrl());
+        std::unique_ptr<QQuickItem> text(qobject_cast<QQuickItem*>(field.create()));
+        QVERIFY(text);
+        text->setParentItem(m_window->contentItem());
+        text->forceActiveFocus();
+        QTest::keyClick(m_window, Qt::Key_Up);
+        QTest::keyClick(m_window, Qt::Key_Right);
+        QCOMPARE(m_player->volume(), volume - 5);
+        text.reset();
+
+        // Return and a double click on the picture toggle full screen.
+        QTest::keyClick(m_window, Qt::Key_Return);
+        QTRY_COMPARE(m_window->visibility(), QWindow::FullScreen);
+        QTest::keyClick(m_window, Qt::Key_Return);
+        QTRY_VERIFY(m_window->visibility() != QWindow::FullScreen);
+        const QPoint middle(m_window->width() / 2, m_window->height() / 3);
+        QTest::mouseDClick(m_window, Qt::LeftButton, {}, middle);
+        QTRY_COMPARE(m_window->visibility(), QWindow::FullScreen);
+        QTest::mouseDClick(m_window, Qt::LeftButton, {}, middle);
+        QTRY_VERIFY(m_window->visibility() != QWindow::FullScreen);
+
+        // Pressing and holding the picture boosts until release.
+        QTest::mousePress(m_window, Qt::LeftButton, {}, middle);
+        QTRY_VERIFY_WITH_TIMEOUT(m_player->isBoosting(), 3000);
+        QTest::mouseRelease(m_window, Qt::LeftButton, {}, middle);
+        QVERIFY(!m_player->isBoosting());
+        QCOMPARE(m_player->speed(), 1.25);
+    }
+
+    void controlsHideAndTheSliderHolds()
+    {
+        openAndPlay(fixture(u"native-long.mkv"_s));
+        const QPoint middle(m_window->width() / 2, m_window->height() / 3);
+        QTest::mouseMove(m_window, middle);
+        QTRY_VERIFY(controlsShown());
+        // Resting 2 s hides the controls; moving shows them; resting over the bar keeps them.
+        QTRY_VERIFY_WITH_TIMEOUT(!controlsShown(), 4000);
+        QTest::mouseMove(m_window, middle + QPoint(10, 10));
+        QVERIFY(controlsShown());
+        auto* slider = find("positionSlider");
+        QVERIFY(slider);
+        QTest::mouseMove(m_window, centre(slider));
+        QTest::qWait(2600);
+        QVERIFY(controlsShown());
+
+        // A held slider keeps its place while the file plays on, and seeks there on release.
+        m_player->seek(1);
+        QTRY_VERIFY(m_player->position() < 2);
+        auto pointAt = [slider](double fraction) {
+            const double left = slider->property("leftPadding").toDouble();
+            const double width = slider->property("availableWidth").toDouble();
+            return slider->mapToScene(QPointF(left + fraction * width, slider->height() / 2))
+                .toPoint();
+        };
+        QTest::mousePress(m_window, Qt::LeftButton, {},
+                          pointAt(m_player->position() / m_player->duration()));
+        QTest::mouseMove(m_window, pointAt(0.6));
+        QTest::mouseMove(m_window, pointAt(0.75));
+        const double held = slider->property("value").toDouble();
+        QVERIFY(held > m_player->duration() * 0.6);
+        QTest::qWait(1200);
+        QCOMPARE(slider->property("value").toDouble(), held);
+        QTest::mouseRelease(m_window, Qt::LeftButton, {}, pointAt(0.75));
+        QTRY_VERIFY(qAbs(m_player->position() - held) < 1.0);
+    }
+
+    void dropsMenusSheetsAndThePlaylist()
+    {
+        // Something that is no media file is refused with a message.
+        QTemporaryDir media;
+        QFile note(media.filePath(u"notes.txt"_s));
+        QVERIFY(note.open(QIODevice::WriteOnly));
+        note.write("not a movie");
+        note.close();
+        drop({QUrl::fromLocalFile(note.fileName())});
+        QCOMPARE(m_player->error(), translate(u"Choose a readable video or audio file"_s));
+        QVERIFY(find("errorOverlay")->isVisible());
+        m_player->dismissError();
+
+        // Two files and a folder fill the playlist and the first one plays.
+        QDir dir(media.path());
+        QVERIFY(dir.mkdir(u"more"_s));
+        for (const QString& name : {u"a.mkv"_s, u"b.mkv"_s, u"more/c.mkv"_s})
+            QVERIFY(QFile::copy(kFixtures + u"/native-long.mkv"_s, dir.filePath(name)));
+        drop({QUrl::fromLocalFile(dir.filePath(u"a.mkv"_s)),
+              QUrl::fromLocalFile(dir.filePath(u"b.mkv"_s)),
+              QUrl::fromLocalFile(dir.filePath(u"more"_s))});
+        QTRY_COMPARE(m_player->playlist().size(), 3);
+        QTRY_VERIFY_WITH_TIMEOUT(m_player->loaded(), 20000);
+        QCOMPARE(m_player->currentURL().fileName(), u"a.mkv"_s);
+
+        // The speed menu and the speed sheet set the base speed.
+        auto* speedMenu = find<QObject>("speedMenu");
+        QMetaObject::invokeMethod(speedMenu, "open");
+        QTRY_VERIFY(speedMenu->property("opened").toBool());
+        QQuickItem* twice = nullptr;
+        QMetaObject::invokeMethod(speedMenu, "itemAt", Q_RETURN_ARG(QQuickItem*, twice),
+                                  Q_ARG(int, 5));
+        QVERIFY(twice);
+        QCOMPARE(twice->property("text").toString(), u"2×"_s);
+        click(twice);
+        QTRY_COMPARE(m_player->speed(), 2.0);
+        QMetaObject::invokeMethod(action("speedSheet"), "trigger");
+        auto* sheet = find<QObject>("speedSheet");
+        QTRY_VERIFY(sheet->property("opened").toBool());
+        auto* base = find("baseSpeedSlider");
+        const double left = base->property("leftPadding").toDouble();
+        const double width = base->property("availableWidth").toDouble();
+        const double fraction = (1.5 - 0.25) / (4 - 0.25);
+        QTest::mouseClick(
+            m_window, Qt::LeftButton, {},
+            base->mapToScene(QPointF(left + fraction * width, base->height() / 2)).toPoint());
+        QTRY_VERIFY(qAbs(m_player->speed() - 1.5) < 0.06);
+        QMetaObject::invokeMethod(sheet, "close");
+        QTRY_VERIFY(!sheet->property("visible").toBool());
+
+        // The playlist panel opens beside the window and opens an entry on click.
+        QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
+        auto* panel = find<QQuickWindow>("playlistWindow");
+        QVERIFY(panel);
+        QTRY_VERIFY(panel->isVisible());
+        QVERIFY(QTest::qWaitForWindowExposed(panel));
+        QCOMPARE(panel->transientParent(), m_window);
+        auto* list = panel->findChild<QQuickItem*>(u"playlistList"_s);
+        QTRY_COMPARE(list->property("count").toInt(), 3);
+        QQuickItem* second = nullptr;
+        QMetaObject::invokeMethod(list, "itemAtIndex", Q_RETURN_ARG(QQuickItem*, second),
+                                  Q_ARG(int, 1));
+        QVERIFY(second);
+        click(second);
+        QTRY_COMPARE(m_player->currentURL().fileName(), u"b.mkv"_s);
+        QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
+        QTRY_VERIFY(!panel->isVisible());
+
+        // A file that fails shows the error overlay and leaves the controls there.
+        m_player->open(fixture(u"native-text.mkv"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_player->error().isEmpty(), 20000);
+        QVERIFY(find("errorOverlay")->isVisible());
+        QTest::mouseMove(m_window, QPoint(20, 200));
+        QTRY_VERIFY(controlsShown());
+
+        // Clearing the history empties the welcome screen's list.
+        m_player->clearHistory();
+        m_player->open(fixture(u"native-long.mkv"_s));
+        QTRY_COMPARE(m_player->recentFiles().size(), 1);
+        QMetaObject::invokeMethod(action("clearHistory"), "trigger");
+        QTRY_VERIFY(find<QObject>("clearHistoryDialog")->property("opened").toBool());
+        click(find("confirmClearHistory"));
+        QTRY_VERIFY(m_player->recentFiles().isEmpty());
+        QCOMPARE(find("recentFiles")->property("count").toInt(), 0);
+    }
+
+    void relabelsWhenTheLanguageChanges()
+    {
+        QObject* open = action("openFile");
+        QCOMPARE(open->property("text").toString(), u"Open File…"_s);
+        m_shell->localizer().setLanguage(u"zh-Hans"_s);
+        QTRY_COMPARE(open->property("text").toString(), translate(u"Open File…"_s));
+        QVERIFY(open->property("text").toString() != u"Open File…"_s);
+        m_shell->localizer().setLanguage(u"en"_s);
+        QTRY_COMPARE(open->property("text").toString(), u"Open File…"_s);
+    }
+
+    // Not a check: the screenshots of scripts/screens, written to QV_SCREENS_DIR in the language
+    // QV_SCREENS_LANGUAGE, of the movie QV_SCREENS_MEDIA.
+    void screens()
+    {
+        const QString out = qEnvironmentVariable("QV_SCREENS_DIR");
+        if (out.isEmpty()) QSKIP("set QV_SCREENS_DIR to write screenshots");
+        const QString language = qEnvironmentVariable("QV_SCREENS_LANGUAGE", u"en"_s);
+        const QString movie = qEnvironmentVariable("QV_SCREENS_MEDIA");
+        QVERIFY(QFile::exists(movie));
+        QDir().mkpath(out);
+        m_shell->localizer().setLanguage(language);
+        auto shoot = [&](const QString& name) {
+            QTest::qWait(400);
+            const QImage image = m_window->grabWindow();
+            QVERIFY(image.save(QDir(out).filePath(language + u'-' + name + u".png"_s)));
+        };
+
+        // Recent files with their watched progress.
+        QTemporaryDir library;
+        const QStringList names{u"Northern Lights Timelapse.mkv"_s,
+                                u"Episode 2 - The Harbour.mkv"_s, u"Episode 10 - Homecoming.mkv"_s,
+                                u"Family Trip 2024.mkv"_s};
+        const QList<double> watched{0.42, 1.0, 0.08, 0.0};
+        QList<QUrl> recent;
+        QVariantMap progress;
+        for (qsizetype i = names.size() - 1; i >= 0; --i) {
+            const QString path = library.filePath(names[i]);
+            QVERIFY(QFile::copy(movie, path));
+            recent = history::withRecentFile(recent, QUrl::fromLocalFile(path));
+            progress = history::storeWatchedProgress(
+                *m_settings, progress, history::historyKey(QUrl::fromLocalFile(path)), watched[i]);
+        }
+        history::writeRecentFiles(*m_settings, recent);
+        // Both rebuilt over the written history; the shell refers to the player, so it goes first.
+        m_shell.reset();
+        m_player.reset();
+        m_player = std::make_unique<Player>(m_settings.get(), nullptr, true);
+        m_shell = std::make_unique<PlayerShell>(*m_player);
+        m_shell->localizer().setLanguage(language);
+        QVERIFY(m_shell->load());
+        m_window = m_shell->window();
+        m_window->resize(1024, 640);
+        QVERIFY(QTest::qWaitForWindowExposed(m_window));
+        shoot(u"welcome"_s);
+
+        // Playing, with and without the controls, then each overlay.
+        m_player->open(QUrl::fromLocalFile(library.filePath(names[0])));
+        QTRY_VERIFY_WITH_TIMEOUT(m_player->loaded(), 20000);
+        if (m_player->paused()) m_player->toggle();
+        m_window->resize(1024, 640);
+        QTest::qWait(2500);
+        QTest::mouseMove(m_window, QPoint(500, 300));
+        shoot(u"playing"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(!controlsShown(), 5000);
+        shoot(u"controls-hidden"_s);
+        m_player->adjustVolume(-15);
+        shoot(u"volume-overlay"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_player->showingVolume(), 5000);
+        m_player->beginBoost();
+        QTest::qWait(200);
+        shoot(u"boost-overlay"_s);
+        m_player->endBoost();
+
+        // The menus and sheets, over the paused picture.
+        m_player->toggle();
+        QTest::mouseMove(m_window, QPoint(520, 320));
+        click(find("moreButton"));
+        QTRY_VERIFY(find<QObject>("moreMenu")->property("opened").toBool());
+        shoot(u"more-menu"_s);
+        QTest::keyClick(m_window, Qt::Key_Escape);
+        QTRY_VERIFY(!find<QObject>("moreMenu")->property("visible").toBool());
+        QMetaObject::invokeMethod(action("speedSheet"), "trigger");
+        QTRY_VERIFY(find<QObject>("speedSheet")->property("opened").toBool());
+        shoot(u"speed-sheet"_s);
+        QMetaObject::invokeMethod(find<QObject>("speedSheet"), "close");
+        QMetaObject::invokeMethod(action("clearHistory"), "trigger");
+        QTRY_VERIFY(find<QObject>("clearHistoryDialog")->property("opened").toBool());
+        shoot(u"clear-history"_s);
+        QMetaObject::invokeMethod(find<QObject>("clearHistoryDialog"), "close");
+        QTest::qWait(300);
+
+        // The playlist panel beside the window: the screen itself, cut to the two windows.
+        m_window->setPosition(40, 60);
+        QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
+        auto* panel = find<QQuickWindow>("playlistWindow");
+        QVERIFY(QTest::qWaitForWindowExposed(panel));
+        QTest::qWait(800);
+        const QRect both = m_window->frameGeometry().united(panel->frameGeometry());
+        const QPixmap screen =
+            m_window->screen()->grabWindow(0, both.x(), both.y(), both.width(), both.height());
+        QVERIFY(screen.save(QDir(out).filePath(language + u"-playlist-panel.png"_s)));
+
+        // A file that cannot be played.
+        QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
+        m_player->open(fixture(u"native-text.mkv"_s));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_player->error().isEmpty(), 20000);
+        shoot(u"error-overlay"_s);
+    }
+};
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication::setOrganizationName(u"Quorvane Tests"_s);
+    PlayerShell::prepareApplication();
+    QGuiApplication app(argc, argv);
+    PlayerWindowTest test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_player_window.moc"
