@@ -10,6 +10,17 @@ MenuBar {
     required property Actions actions
     required property Player player
 
+    background: Rectangle {
+        implicitHeight: 36
+        color: "#1c1d22"
+        Rectangle {
+            anchors.bottom: parent.bottom
+            width: parent.width
+            height: 1
+            color: Qt.rgba(1, 1, 1, 0.06)
+        }
+    }
+
     Menu {
         title: "Quorvane Player"
         MenuItem { action: bar.actions.about }

@@ -36,6 +36,16 @@ Item {
         hideControls.restart()
     }
 
+    // The window re-sends hover events at a still pointer whenever the picture changes; only a
+    // pointer that really moved counts.
+    property point lastPointer: Qt.point(-1, -1)
+    function notePointerAt(position) {
+        if (position.x === lastPointer.x && position.y === lastPointer.y)
+            return
+        lastPointer = position
+        notePointerActivity()
+    }
+
     Timer {
         id: hideControls
         interval: 2000
@@ -86,7 +96,7 @@ Item {
 
     HoverHandler {
         id: pointer
-        onPointChanged: root.notePointerActivity()
+        onPointChanged: root.notePointerAt(point.scenePosition)
         // In full screen the cursor hides with the controls while a file plays.
         cursorShape: root.fullScreen && !root.player.paused && !root.controlsShown ? Qt.BlankCursor : Qt.ArrowCursor
     }

@@ -202,7 +202,8 @@ void VideoSurface::hoverEnterEvent(QHoverEvent* event)
 
 void VideoSurface::hoverMoveEvent(QHoverEvent* event)
 {
-    emit pointerActivity();
+    // Hover events repeat at a still pointer whenever the scene changes (every video frame).
+    if (event->position() != event->oldPosF()) emit pointerActivity();
     event->ignore();
 }
 

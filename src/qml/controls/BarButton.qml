@@ -8,6 +8,8 @@ ToolButton {
     id: button
 
     property int iconSize: 20
+    // A button whose menu is open shows no tool tip over it.
+    property bool popupOpen: false
 
     display: AbstractButton.IconOnly
     focusPolicy: Qt.NoFocus
@@ -18,7 +20,7 @@ ToolButton {
     implicitHeight: 38
     padding: 0
 
-    ToolTip.visible: hovered && text !== ""
+    ToolTip.visible: hovered && !popupOpen && text !== ""
     ToolTip.delay: 600
     ToolTip.text: text
 

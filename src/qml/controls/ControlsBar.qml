@@ -84,10 +84,13 @@ GlassPanel {
                     font.weight: Font.DemiBold
                     implicitWidth: Math.max(44, contentItem.implicitWidth + 14)
                     ToolTip.text: qsTr("Playback Speed")
-                    onClicked: speedMenu.popup(speedButton, 0, -speedMenu.implicitHeight - 6)
+                    popupOpen: speedMenu.visible
+                    onClicked: speedMenu.open()
                     SpeedMenu {
                         id: speedMenu
                         objectName: "speedMenu"
+                        x: speedButton.width - width
+                        y: -height - 10
                         player: bar.player
                     }
                 }
@@ -97,10 +100,13 @@ GlassPanel {
                     objectName: "moreButton"
                     icon.name: "view-more-horizontal-symbolic"
                     text: qsTr("More Playback Options")
-                    onClicked: moreMenu.popup(moreButton, moreButton.width - moreMenu.implicitWidth, -moreMenu.implicitHeight - 6)
+                    popupOpen: moreMenu.visible
+                    onClicked: moreMenu.open()
                     MoreControlsMenu {
                         id: moreMenu
                         objectName: "moreMenu"
+                        x: moreButton.width - width
+                        y: -height - 10
                         player: bar.player
                         actions: bar.actions
                     }

@@ -1,6 +1,7 @@
 import QtQuick
 import Quorvane
 import QtQuick.Controls
+import QtQuick.Controls.Material
 import QtQuick.Layouts
 import Quorvane.Models
 
@@ -15,6 +16,9 @@ Dialog {
     anchors.centerIn: parent
     width: Math.min(parent.width - 48, 420)
     modal: true
+    Overlay.modal: Rectangle {
+        color: Qt.rgba(0, 0, 0, 0.5)
+    }
 
     Label {
         width: dialog.availableWidth
@@ -33,7 +37,9 @@ Dialog {
             objectName: "confirmClearHistory"
             text: qsTr("Clear History")
             flat: true
+            // Destructive: red, in any style that reads these.
             palette.buttonText: "#ff6b6b"
+            Material.foreground: "#ff6b6b"
             DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
             onClicked: {
                 dialog.player.clearHistory()

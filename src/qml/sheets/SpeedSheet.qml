@@ -16,6 +16,9 @@ Dialog {
     anchors.centerIn: parent
     width: Math.min(parent.width - 48, 460)
     modal: true
+    Overlay.modal: Rectangle {
+        color: Qt.rgba(0, 0, 0, 0.5)
+    }
     standardButtons: Dialog.Ok
 
     ColumnLayout {

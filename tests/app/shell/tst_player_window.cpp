@@ -367,10 +367,12 @@ private slots:
         // The menus and sheets, over the paused picture.
         m_player->toggle();
         QTest::mouseMove(m_window, QPoint(520, 320));
+        QTRY_VERIFY(controlsShown());
+        QTest::qWait(300);
         click(find("moreButton"));
         QTRY_VERIFY(find<QObject>("moreMenu")->property("opened").toBool());
         shoot(u"more-menu"_s);
-        QTest::keyClick(m_window, Qt::Key_Escape);
+        QMetaObject::invokeMethod(find<QObject>("moreMenu"), "close");
         QTRY_VERIFY(!find<QObject>("moreMenu")->property("visible").toBool());
         QMetaObject::invokeMethod(action("speedSheet"), "trigger");
         QTRY_VERIFY(find<QObject>("speedSheet")->property("opened").toBool());
@@ -384,6 +386,7 @@ private slots:
 
         // The playlist panel beside the window: the screen itself, cut to the two windows.
         m_window->setPosition(40, 60);
+        QTest::mouseMove(m_window, QPoint(m_window->width() / 2, m_window->height() / 5));
         QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
         auto* panel = find<QQuickWindow>("playlistWindow");
         QVERIFY(QTest::qWaitForWindowExposed(panel));
@@ -397,6 +400,7 @@ private slots:
         QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
         m_player->open(fixture(u"native-text.mkv"_s));
         QTRY_VERIFY_WITH_TIMEOUT(!m_player->error().isEmpty(), 20000);
+        QTest::mouseMove(m_window, QPoint(m_window->width() / 2, m_window->height() / 5));
         shoot(u"error-overlay"_s);
     }
 };
