@@ -73,6 +73,7 @@ Item {
     }
 
     WindowBackdrop {
+        objectName: "backdrop"
         anchors.fill: parent
         translucent: !root.hasItem
     }

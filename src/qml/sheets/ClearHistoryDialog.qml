@@ -20,10 +20,14 @@ Dialog {
         color: Qt.rgba(0, 0, 0, 0.5)
     }
 
-    Label {
-        width: dialog.availableWidth
-        text: qsTr("This removes recent files, resume points, and watched progress.")
-        wrapMode: Text.WordWrap
+    ColumnLayout {
+        anchors.left: parent.left
+        anchors.right: parent.right
+        Label {
+            Layout.fillWidth: true
+            text: qsTr("This removes recent files, resume points, and watched progress.")
+            wrapMode: Text.WordWrap
+        }
     }
 
     footer: DialogButtonBox {

@@ -3,7 +3,9 @@
 #include "PlaybackHistory.h"
 #include "Player.h"
 #include "PlayerShell.h"
+#include "PlaylistPanelController.h"
 #include "TranslationCatalog.h"
+#include "VideoSurface.h"
 
 #include <QDir>
 #include <QFile>
@@ -108,9 +110,27 @@ private slots:
 
     void keysOnThePicture()
     {
+        // The welcome screen lies on the translucent backdrop; a clicked button behind it works.
+        auto* backdrop = find("backdrop");
+        QVERIFY(backdrop->isVisible());
+        QCOMPARE(backdrop->acceptedMouseButtons(), Qt::NoButton);
         openAndPlay(fixture(u"native-long.mkv"_s));
-        QVERIFY(find("videoSurface"));
+        auto* surface = find<VideoSurface>("videoSurface");
+        QVERIFY(surface);
         QTRY_VERIFY(m_window->isActive());
+
+        // Playing: an opaque black window, sized once to the video (640×360 under the menu bar),
+        // and the display checked (no HDR output on a screen without headroom).
+        QTRY_VERIFY(!backdrop->isVisible());
+        QCOMPARE(m_window->color(), QColor(Qt::black));
+        QTRY_VERIFY(find<QObject>("playerView")
+                        ->property("initialVideoFit")
+                        .value<QObject*>()
+                        ->property("completed")
+                        .toBool());
+        QCOMPARE(m_window->width(), 640);
+        QCOMPARE(surface->lastHeadroom(), 1.0);
+        QVERIFY(!m_player->hdrOutput());
 
         // A tap seeks 5 s; a hold boosts and its release restores the speed exactly, no seek.
         QTRY_VERIFY(m_player->position() > 0.2);
@@ -288,6 +308,28 @@ private slots:
         click(find("confirmClearHistory"));
         QTRY_VERIFY(m_player->recentFiles().isEmpty());
         QCOMPARE(find("recentFiles")->property("count").toInt(), 0);
+    }
+
+    void playlistPanelPlacement_data()
+    {
+        QTest::addColumn<QRect>("parent");
+        QTest::addColumn<QRect>("expected");
+        // On a 1280×800 screen, for a panel 300 wide.
+        QTest::newRow("right of the window")
+            << QRect(100, 50, 600, 400) << QRect(708, 50, 300, 400);
+        QTest::newRow("left when the right is full")
+            << QRect(700, 50, 500, 400) << QRect(392, 50, 300, 400);
+        QTest::newRow("inside the screen when neither side fits")
+            << QRect(100, 0, 1100, 800) << QRect(980, 0, 300, 800);
+    }
+
+    void playlistPanelPlacement()
+    {
+        QFETCH(QRect, parent);
+        QFETCH(QRect, expected);
+        QCOMPARE(
+            PlaylistPanelController::placement(parent, QSize(300, 200), QRect(0, 0, 1280, 800)),
+            expected);
     }
 
     void relabelsWhenTheLanguageChanges()
