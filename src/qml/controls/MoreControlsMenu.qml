@@ -14,6 +14,7 @@ Menu {
 
     TrackListModel {
         id: audioTracks
+        objectName: "audioTracks"
         player: menu.player
         kind: "audio"
     }

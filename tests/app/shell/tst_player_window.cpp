@@ -7,6 +7,7 @@
 #include "TranslationCatalog.h"
 #include "VideoSurface.h"
 
+#include <QAbstractListModel>
 #include <QDir>
 #include <QFile>
 #include <QMimeData>
@@ -300,6 +301,20 @@ private slots:
         QVERIFY(find("errorOverlay")->isVisible());
         QTest::mouseMove(m_window, QPoint(20, 200));
         QTRY_VERIFY(controlsShown());
+
+        // The more-controls menu lists the audio tracks and switches between them.
+        openAndPlay(fixture(u"native-two-audio.mkv"_s));
+        auto* audio = m_window->findChild<QAbstractListModel*>(u"audioTracks"_s);
+        QVERIFY(audio);
+        QTRY_COMPARE(audio->rowCount(), 2);
+        const auto selected = [audio](int row) {
+            return audio->data(audio->index(row), audio->roleNames().key("selected")).toBool();
+        };
+        QVERIFY(selected(0) && !selected(1));
+        const qint64 secondTrack =
+            audio->data(audio->index(1), audio->roleNames().key("trackId")).toLongLong();
+        m_player->selectTrack(u"audio"_s, secondTrack);
+        QTRY_VERIFY(selected(1));
 
         // Clearing the history empties the welcome screen's list.
         m_player->clearHistory();
