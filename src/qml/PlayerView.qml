@@ -103,6 +103,7 @@ Item {
     }
 
     DropArea {
+        id: dropArea
         anchors.fill: parent
         onDropped: drop => {
             if (drop.hasUrls) {
@@ -110,6 +111,17 @@ Item {
                 drop.accept(Qt.CopyAction)
             }
         }
+    }
+
+    // Shows where a dragged file will land.
+    Rectangle {
+        anchors.fill: parent
+        anchors.margins: 10
+        visible: dropArea.containsDrag
+        radius: 18
+        color: Qt.rgba(0.36, 0.55, 0.94, 0.12)
+        border.width: 2
+        border.color: "#5b8def"
     }
 
     ControlsBar {
