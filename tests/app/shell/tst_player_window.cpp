@@ -150,6 +150,21 @@ private slots:
         QCOMPARE(m_player->speed(), 1.25);
         QVERIFY(m_player->position() >= before - 0.5);
 
+        // Another window taking the focus ends a hold at once.
+        QTest::keyPress(m_window, Qt::Key_Right);
+        QTRY_VERIFY_WITH_TIMEOUT(m_player->isBoosting(), 3000);
+        QWindow other;
+        other.resize(80, 80);
+        other.show();
+        other.requestActivate();
+        QTRY_VERIFY(!m_window->isActive());
+        QVERIFY(!m_player->isBoosting());
+        QCOMPARE(m_player->speed(), 1.25);
+        other.close();
+        m_window->requestActivate();
+        QTRY_VERIFY(m_window->isActive());
+        QTest::keyRelease(m_window, Qt::Key_Right);
+
         // Up/down change the volume; with a modifier, or while a text field has the focus, the
         // keys are left alone.
         const double volume = m_player->volume();
