@@ -72,6 +72,7 @@ ItemDelegate {
 
     Menu {
         id: rowMenu
+        objectName: "rowMenu"
         MenuItem {
             text: qsTr("Remove from Playlist")
             icon.name: "list-remove-symbolic"

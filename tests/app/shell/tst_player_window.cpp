@@ -307,6 +307,19 @@ private slots:
         QVERIFY(second);
         click(second);
         QTRY_COMPARE(m_player->currentURL().fileName(), u"b.mkv"_s);
+        // Each row's menu removes its entry.
+        QQuickItem* third = nullptr;
+        QMetaObject::invokeMethod(list, "itemAtIndex", Q_RETURN_ARG(QQuickItem*, third),
+                                  Q_ARG(int, 2));
+        click(third->findChild<QQuickItem*>(u"rowMenuButton"_s));
+        auto* rowMenu = third->findChild<QObject*>(u"rowMenu"_s);
+        QTRY_VERIFY(rowMenu->property("opened").toBool());
+        QQuickItem* remove = nullptr;
+        QMetaObject::invokeMethod(rowMenu, "itemAt", Q_RETURN_ARG(QQuickItem*, remove),
+                                  Q_ARG(int, 0));
+        click(remove);
+        QTRY_COMPARE(m_player->playlist().size(), 2);
+        QCOMPARE(list->property("count").toInt(), 2);
         QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
         QTRY_VERIFY(!panel->isVisible());
 
@@ -373,6 +386,21 @@ private slots:
         QVERIFY(open->property("text").toString() != u"Open File…"_s);
         m_shell->localizer().setLanguage(u"en"_s);
         QTRY_COMPARE(open->property("text").toString(), u"Open File…"_s);
+
+        // A right click on the picture opens the context menu; About and Settings open windows.
+        QTest::mouseClick(m_window, Qt::RightButton, {}, QPoint(100, 200));
+        QTRY_VERIFY(find<QObject>("contextMenu")->property("opened").toBool());
+        QMetaObject::invokeMethod(find<QObject>("contextMenu"), "close");
+        const auto windowTitled = [](const QString& title) {
+            const QList<QWindow*> windows = QGuiApplication::topLevelWindows();
+            return std::any_of(windows.begin(), windows.end(), [&](QWindow* window) {
+                return window->isVisible() && window->title() == title;
+            });
+        };
+        QMetaObject::invokeMethod(action("about"), "trigger");
+        QTRY_VERIFY(windowTitled(u"About Quorvane Player"_s));
+        QMetaObject::invokeMethod(action("settings"), "trigger");
+        QTRY_VERIFY(windowTitled(u"Settings"_s));
     }
 
     // Not a check: the screenshots of scripts/screens, written to QV_SCREENS_DIR in the language
