@@ -77,6 +77,7 @@ ApplicationWindow {
 
     FileDialog {
         id: openDialog
+        objectName: "openDialog"
         title: qsTr("Open File…")
         fileMode: FileDialog.OpenFiles
         nameFilters: [qsTr("Media files") + " (*.mp4 *.m4v *.mkv *.mov *.avi *.webm *.ts *.mts *.m2ts *.mpg *.mpeg *.wmv *.flv *.vob *.ogv *.mp3 *.m4a *.aac *.flac *.ogg *.opus *.wav)",

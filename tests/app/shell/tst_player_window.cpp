@@ -397,6 +397,11 @@ private slots:
                 return window->isVisible() && window->title() == title;
             });
         };
+        QTest::keyClick(m_window, Qt::Key_O, Qt::ControlModifier);
+        auto* dialog = find<QObject>("openDialog");
+        QTRY_VERIFY(dialog->property("visible").toBool());
+        QMetaObject::invokeMethod(dialog, "close");
+        QTRY_VERIFY(!dialog->property("visible").toBool());
         QMetaObject::invokeMethod(action("about"), "trigger");
         QTRY_VERIFY(windowTitled(u"About Quorvane Player"_s));
         QMetaObject::invokeMethod(action("settings"), "trigger");
@@ -445,8 +450,13 @@ private slots:
         QVERIFY(m_shell->load());
         m_window = m_shell->window();
         m_window->resize(1024, 640);
-        QVERIFY(QTest::qWaitForWindowExposed(m_window));
+        m_window->requestActivate();
+        QVERIFY(QTest::qWaitForWindowActive(m_window));
         shoot(u"welcome"_s);
+        QTest::keyClick(m_window, Qt::Key_O, Qt::ControlModifier);
+        QTRY_VERIFY(find<QObject>("openDialog")->property("visible").toBool());
+        shoot(u"open-dialog"_s);
+        QMetaObject::invokeMethod(find<QObject>("openDialog"), "close");
 
         // Playing, with and without the controls, then each overlay.
         m_player->open(QUrl::fromLocalFile(library.filePath(names[0])));
