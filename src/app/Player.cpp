@@ -149,6 +149,19 @@ QQuickItem* Player::videoView() const
     return output ? output->videoView() : nullptr;
 }
 
+void Player::setWebView(QQuickItem* view)
+{
+    m_playback->setWebView(view);
+}
+
+void Player::updateWebViewActive()
+{
+    const bool active = m_playback->showsWebView();
+    if (active == m_webViewActive) return;
+    m_webViewActive = active;
+    emit webViewActiveChanged();
+}
+
 QVariantList Player::speedChoices()
 {
     return {0.5, 0.75, 1.0, 1.25, 1.5, 2.0, 3.0, 4.0};
@@ -210,6 +223,7 @@ void Player::open(const QUrl& requested)
 
     m_playback->setVolume(m_volume / 100);
     m_playback->open(url);
+    updateWebViewActive();
 }
 
 void Player::resetItemState()
@@ -239,6 +253,7 @@ void Player::handle(const PlaybackEvent& event)
     } else if (std::holds_alternative<PlaybackEvents::Ended>(event)) {
         didReachEnd();
     }
+    updateWebViewActive();
 }
 
 void Player::didLoad(const PlaybackMediaInfo& info)

@@ -98,6 +98,13 @@ public:
     // Linear volume, 0 to 1.
     virtual void setVolume(double volume) = 0;
     virtual void selectTrack(PlaybackTrackKind kind, qint64 id) = 0;
+
+    // The web view declared in the window (a QtWebEngine `WebEngineView`), for backends that play
+    // through a web page. The view belongs to the window; a backend only borrows it between
+    // open() and stop().
+    virtual void setWebView(QQuickItem* view) { Q_UNUSED(view); }
+    // Whether the picture is currently the web view's rather than the video output's.
+    virtual bool showsWebView() const { return false; }
 };
 
 // Implemented by backends that show a picture: the item that draws it. The backend owns the item.

@@ -88,6 +88,7 @@ void PlaybackRouter::advance(qint64 lastError)
 
     m_active->setMuted(m_muted);
     m_active->setVolume(m_volume);
+    m_active->setWebView(m_webView);
     embed(m_active.get());
 
     const QUuid generation = m_generation;
@@ -194,6 +195,12 @@ void PlaybackRouter::setVolume(double volume)
     if (!std::isfinite(volume)) return;
     m_volume = std::clamp(volume, 0.0, 1.0);
     if (m_active) m_active->setVolume(m_volume);
+}
+
+void PlaybackRouter::setWebView(QQuickItem* view)
+{
+    m_webView = view;
+    if (m_active) m_active->setWebView(view);
 }
 
 void PlaybackRouter::selectTrack(PlaybackTrackKind kind, qint64 id)

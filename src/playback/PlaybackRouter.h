@@ -40,6 +40,9 @@ public:
     // NaN and infinities are ignored; anything else is clamped to 0...1.
     void setVolume(double volume) override;
     void selectTrack(PlaybackTrackKind kind, qint64 id) override;
+    // Remembered and handed to every backend the router makes.
+    void setWebView(QQuickItem* view) override;
+    bool showsWebView() const override { return m_active && m_active->showsWebView(); }
 
     // A plain container; the active backend's own item is placed inside and fills it.
     QQuickItem* videoView() override { return m_videoView.get(); }
@@ -78,6 +81,7 @@ private:
     bool m_ready = false;
     double m_volume = 1.0;
     bool m_muted = false;
+    QPointer<QQuickItem> m_webView;
 };
 
 } // namespace quorvane

@@ -1,20 +1,20 @@
 // Starts the player: one settings store, one Player, one window. A file named on the command line
 // is opened at once.
 #include "Player.h"
+#include "WebMediaPlayback.h"
 
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
 #include <QSettings>
 #include <QUrl>
-#include <QtWebEngineQuick/qtwebenginequickglobal.h>
 
 int main(int argc, char* argv[])
 {
     QCoreApplication::setOrganizationName(QStringLiteral("Quorvane"));
     QCoreApplication::setApplicationName(QStringLiteral("Quorvane Player"));
     // The web backend's view needs its engine set up before the application object exists.
-    QtWebEngineQuick::initialize();
+    quorvane::WebMediaPlayback::initializeWebEngine();
     QGuiApplication app(argc, argv);
 
     QSettings settings;
