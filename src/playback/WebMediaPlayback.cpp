@@ -114,6 +114,7 @@ void WebMediaPlayback::initializeWebEngine()
 WebMediaPlayback::WebMediaPlayback(QObject* parent) : PlaybackBackend(parent)
 {
     m_timeout.setSingleShot(true);
+    m_timeout.setTimerType(Qt::PreciseTimer); // a coarse timer may fire up to 5% early
     m_timeout.setInterval(kLoadTimeoutMs);
     connect(&m_timeout, &QTimer::timeout, this, &WebMediaPlayback::loadTimedOut);
 }

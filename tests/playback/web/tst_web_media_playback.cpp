@@ -1,15 +1,20 @@
 // The web fallback end to end: the router, the real QtWebEngine in a window, the loopback server
 // and generated WebM and Ogg files.
 #include "PlaybackRouter.h"
+#include "Player.h"
 #include "StandardSlots.h"
 #include "WebMediaPlayback.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QGuiApplication>
 #include <QQmlApplicationEngine>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
@@ -278,6 +283,20 @@ TEST_F(WebMediaPlaybackTest, TheRealNativePathRefusesVp8AndTheWebViewShowsItsPic
     EXPECT_GT(colours.size(), 20) << "see " << path.toStdString();
 }
 
+TEST_F(WebMediaPlaybackTest, ThePlayerPublishesWhenTheWebViewShowsThePicture)
+{
+    QTemporaryDir dir;
+    QSettings settings(dir.filePath(QStringLiteral("player.ini")), QSettings::IniFormat);
+    Player player(&settings, std::make_unique<PlaybackRouter>(refusedNativelySlots()));
+    player.setWebView(m_view);
+    QSignalSpy changes(&player, &Player::webViewActiveChanged);
+    player.open(fixture(QStringLiteral("web_theora_vorbis.ogg")));
+    EXPECT_TRUE(waitUntil([&] { return player.loaded(); }));
+    EXPECT_TRUE(player.webViewActive());
+    EXPECT_EQ(player.videoSize(), QSizeF(320, 240));
+    EXPECT_EQ(changes.size(), 1);
+}
+
 TEST_F(WebMediaPlaybackTest, StopWhileLoadingReportsNothingLater)
 {
     // The backend alone, its handler left in place: only its own stop() can silence it.
@@ -307,6 +326,23 @@ TEST_F(WebMediaPlaybackTest, StopWhileLoadingReportsNothingLater)
     EXPECT_TRUE(backend.showsWebView());
     backend.stop();
     EXPECT_FALSE(backend.showsWebView());
+}
+
+TEST_F(WebMediaPlaybackTest, APageThatNeverBecomesReadyFailsOnceAfterTwelveSeconds)
+{
+    WebMediaPlayback backend;
+    backend.setWebView(m_view);
+    backend.setOnEvent([this](const PlaybackEvent& event) { m_events.append(event); });
+    QElapsedTimer elapsed;
+    elapsed.start();
+    backend.open(fixture(QStringLiteral("web_live_vp8.webm")));
+    ASSERT_TRUE(waitUntil([&] { return !m_events.isEmpty(); }, 30000));
+    EXPECT_GE(elapsed.elapsed(), WebMediaPlayback::kLoadTimeoutMs);
+    QTest::qWait(1500);
+    ASSERT_EQ(m_events.size(), 1);
+    EXPECT_EQ(all<PlaybackEvents::Failed>().value(0).code, kFileFormatNotRecognized);
+    // Every message without a duration was dropped, so nothing reached the snapshot.
+    EXPECT_EQ(backend.snapshot(), PlaybackSnapshot{});
 }
 
 TEST_F(WebMediaPlaybackTest, FailuresCarryTheirCodes)
