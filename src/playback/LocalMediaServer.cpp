@@ -174,6 +174,8 @@ private:
             }
             // Owned by the worker, not the listener, so closing the listener keeps them valid.
             socket->setParent(this);
+            // What a client sends beyond one receive stays in the system's buffers, not ours.
+            socket->setReadBufferSize(LocalMediaServer::kReceiveBytes);
             auto peer = std::make_unique<Peer>();
             const quint64 id = ++m_nextID;
             peer->id = id;
