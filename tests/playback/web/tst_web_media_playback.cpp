@@ -204,22 +204,14 @@ TEST_P(WebClipTest, PlaysSeeksAndEndsThroughTheRouter)
         qvariant_cast<QObject*>(m_view->property("profile"))->property("offTheRecord").toBool());
 
     // Volume and mute set before the page was ready reached it right after.
-    EXPECT_TRUE(waitUntil(
-        [&] {
-            return probe(QStringLiteral("[document.querySelector('video').volume, "
-                                        "document.querySelector('video').muted].join()")) ==
-                   QStringLiteral("0.25,true");
-        },
-        10000));
+    const auto volumeAndMute = [&] {
+        return probe(
+            QStringLiteral("(v => [v.volume, v.muted].join())(document.querySelector('video'))"));
+    };
+    EXPECT_TRUE(waitUntil([&] { return volumeAndMute() == QStringLiteral("0.25,true"); }, 10000));
     m_router->setMuted(false);
     m_router->setVolume(0.5);
-    EXPECT_TRUE(waitUntil(
-        [&] {
-            return probe(QStringLiteral("[document.querySelector('video').volume, "
-                                        "document.querySelector('video').muted].join()")) ==
-                   QStringLiteral("0.5,false");
-        },
-        10000));
+    EXPECT_TRUE(waitUntil([&] { return volumeAndMute() == QStringLiteral("0.5,false"); }, 10000));
 
     m_router->play(1.0);
     EXPECT_TRUE(waitUntil([&] {
@@ -230,12 +222,7 @@ TEST_P(WebClipTest, PlaysSeeksAndEndsThroughTheRouter)
     m_router->pause();
     const QUuid seek = QUuid::createUuid();
     m_router->seek(1.0, seek);
-    EXPECT_TRUE(waitUntil([&] { return !all<PlaybackEvents::SeekCompleted>().isEmpty(); }))
-        << probe(QStringLiteral(
-                     "(v => [v.currentTime, v.seeking, v.readyState, v.networkState, v.error && "
-                     "v.error.message].join())(document.querySelector('video'))"))
-               .toString()
-               .toStdString();
+    EXPECT_TRUE(waitUntil([&] { return !all<PlaybackEvents::SeekCompleted>().isEmpty(); }));
     EXPECT_TRUE(
         waitUntil([&] { return std::abs(m_router->snapshot().position - 1.0) < 0.1; }, 5000));
 
@@ -243,8 +230,7 @@ TEST_P(WebClipTest, PlaysSeeksAndEndsThroughTheRouter)
     m_router->play(1.0);
     EXPECT_TRUE(waitUntil([&] { return !all<PlaybackEvents::Ended>().isEmpty(); }));
     QTest::qWait(1500);
-    EXPECT_EQ(all<PlaybackEvents::SeekCompleted>().value(0).id, seek);
-    EXPECT_LE(all<PlaybackEvents::SeekCompleted>().size(), 2);
+    EXPECT_EQ(all<PlaybackEvents::SeekCompleted>().count(PlaybackEvents::SeekCompleted{seek}), 1);
     EXPECT_EQ(all<PlaybackEvents::Ended>().size(), 1);
     EXPECT_TRUE(all<PlaybackEvents::Failed>().isEmpty());
 
