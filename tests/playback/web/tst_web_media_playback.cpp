@@ -21,6 +21,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <limits>
 #include <unistd.h>
 
 using namespace quorvane;
@@ -281,6 +282,37 @@ TEST_F(WebMediaPlaybackTest, ThePlayerPublishesWhenTheWebViewShowsThePicture)
     EXPECT_TRUE(player.webViewActive());
     EXPECT_EQ(player.videoSize(), QSizeF(320, 240));
     EXPECT_EQ(changes.size(), 1);
+}
+
+TEST_F(WebMediaPlaybackTest, IgnoresCallsOutsideTheirLimits)
+{
+    WebMediaPlayback backend;
+    backend.setWebView(m_view);
+    backend.setOnEvent([this](const PlaybackEvent& event) { m_events.append(event); });
+    // A second open while the first page loads: only the second file is ever reported.
+    backend.open(fixture(QStringLiteral("web_vp8_vorbis.webm")));
+    backend.open(fixture(QStringLiteral("web_vorbis.ogg")));
+    ASSERT_TRUE(waitUntil([&] { return !m_events.isEmpty(); }));
+    QTest::qWait(500);
+    ASSERT_EQ(m_events.size(), 1);
+    EXPECT_EQ(all<PlaybackEvents::Ready>().value(0).info.width, 0);
+
+    const auto rate = [&] {
+        return probe(QStringLiteral("document.querySelector('video').playbackRate"));
+    };
+    backend.play(0.2);
+    backend.play(25);
+    backend.play(std::numeric_limits<double>::quiet_NaN());
+    backend.seek(-1, QUuid::createUuid());
+    backend.seek(std::numeric_limits<double>::quiet_NaN(), QUuid::createUuid());
+    backend.selectTrack(PlaybackTrackKind::Subtitle, 1);
+    QTest::qWait(500);
+    EXPECT_EQ(rate(), 1);
+    EXPECT_EQ(backend.snapshot().rate, 0);
+    EXPECT_EQ(m_events.size(), 1);
+    backend.play(0.25);
+    EXPECT_TRUE(waitUntil([&] { return backend.snapshot().rate == 0.25; }, 10000));
+    backend.stop();
 }
 
 TEST_F(WebMediaPlaybackTest, StopWhileLoadingReportsNothingLater)
