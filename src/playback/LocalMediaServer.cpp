@@ -303,7 +303,9 @@ private:
 
     void send(Peer& peer, const QByteArray& bytes)
     {
-        if (peer.socket->write(bytes) != bytes.size()) remove(peer.id);
+        const quint64 id =
+            peer.id; // a failing write may have removed the peer by the time it returns
+        if (peer.socket->write(bytes) != bytes.size()) remove(id);
     }
 
     // Every part of a response is sent only once the previous one has left our buffer.
