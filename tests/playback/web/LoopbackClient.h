@@ -13,9 +13,11 @@ namespace quorvane::testing {
 
 class RawConnection {
 public:
-    explicit RawConnection(quint16 port, int timeoutSeconds = 30)
+    explicit RawConnection(quint16 port, int timeoutSeconds = 30, int receiveBuffer = 0)
     {
         m_fd = ::socket(AF_INET, SOCK_STREAM, 0);
+        if (receiveBuffer > 0)
+            ::setsockopt(m_fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof receiveBuffer);
         timeval timeout{timeoutSeconds, 0};
         ::setsockopt(m_fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
         ::setsockopt(m_fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
