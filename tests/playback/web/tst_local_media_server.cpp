@@ -178,6 +178,10 @@ TEST_F(LocalMediaServerTest, AnswersWithExactHeadsAndBodies)
         {"other unit", s.get("/media", "Range: items=0-1\r\n"), unsatisfiable, 0, 0},
         {"spaced", s.get("/media", "Range: bytes = 0-1\r\n"), unsatisfiable, 0, 0},
         {"capital unit", s.get("/media", "Range: Bytes=0-1\r\n"), unsatisfiable, 0, 0},
+        {"utf-8 header", s.get("/media", "X-Name: \xe6\x97\xa5\r\nRange: bytes=1-2\r\n"),
+         "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 2\r\n" + tail +
+             "Content-Range: bytes 1-2/1000\r\n\r\n",
+         1, 2},
         {"body ignored", s.get("/media", "Range: bytes=1-2\r\n") + "GET / HTTP/1.1\r\n\r\n",
          "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 2\r\n" + tail +
              "Content-Range: bytes 1-2/1000\r\n\r\n",
@@ -215,6 +219,9 @@ TEST_F(LocalMediaServerTest, ClosesUnacceptableRequestsWithoutAnswering)
         "GET " + path + " HTTP/1.1\r\nNo colon here\r\n\r\n",
         "GET " + path + " HTTP/1.1\r\nRange: bytes=0-1\r\nrange: bytes=2-3\r\n\r\n",
         "GET " + path + " HTTP/1.1\r\nX-Name: \xff\xfe\r\n\r\n",
+        "GET " + path + " HTTP/1.1\r\nX-Overlong: \xc0\xaf\r\n\r\n",
+        "GET " + path + " HTTP/1.1\r\nX-Surrogate: \xed\xa0\x80\r\n\r\n",
+        "GET " + path + " HTTP/1.1\r\nX-Cut: \xe6\x97\r\n\r\n",
         "GET " + path + " HTTP/1.1\r\nX-Pad: " + QByteArray(16384, 'a'),
         "GET " + path + " HTTP/1.1\r\n", // the client gives up before the blank line
     };
