@@ -5,9 +5,11 @@
 // page commands; the page's messages become events and snapshot values once they pass the
 // acceptance rules of WebPlaybackPage.h.
 //
-// The page reaches us through a QWebChannel object named "media" and a user script, injected into
-// the page's own world at document creation, that offers `window.webkit.messageHandlers.media`
-// on top of it, so the page text and its Content-Security-Policy stay exactly as served.
+// The page reaches us through a QWebChannel object named "media" and a user script of our private,
+// off-the-record profile, injected into the page's own world at document creation, that offers
+// `window.webkit.messageHandlers.media` on top of it, so the page text and its
+// Content-Security-Policy stay exactly as served. While it plays, the backend puts that profile on
+// the view, sets its web channel and decides its navigations; stop() hands the view back blank.
 #include "PlaybackBackend.h"
 
 #include <QJsonObject>
