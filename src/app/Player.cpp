@@ -154,6 +154,19 @@ void Player::setVideoSink(QVideoSink* sink)
     m_playback->setVideoSink(sink);
 }
 
+void Player::setWebView(QQuickItem* view)
+{
+    m_playback->setWebView(view);
+}
+
+void Player::updateWebViewActive()
+{
+    const bool active = m_playback->showsWebView();
+    if (active == m_webViewActive) return;
+    m_webViewActive = active;
+    emit webViewActiveChanged();
+}
+
 QVariantList Player::speedChoices()
 {
     return {0.5, 0.75, 1.0, 1.25, 1.5, 2.0, 3.0, 4.0};
@@ -215,6 +228,7 @@ void Player::open(const QUrl& requested)
 
     m_playback->setVolume(m_volume / 100);
     m_playback->open(url);
+    updateWebViewActive();
 }
 
 void Player::resetItemState()
@@ -244,6 +258,7 @@ void Player::handle(const PlaybackEvent& event)
     } else if (std::holds_alternative<PlaybackEvents::Ended>(event)) {
         didReachEnd();
     }
+    updateWebViewActive();
 }
 
 void Player::didLoad(const PlaybackMediaInfo& info)

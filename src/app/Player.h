@@ -75,6 +75,9 @@ class Player : public QObject {
     Q_PROPERTY(QVariantList speedChoices READ speedChoices CONSTANT FINAL)
     // The backend's picture, when the backend shows one.
     Q_PROPERTY(QQuickItem* videoView READ videoView CONSTANT FINAL)
+    // True while the backend's picture is the web view's (the web fallback plays the file), so the
+    // view shows its WebEngineView above the video output.
+    Q_PROPERTY(bool webViewActive READ webViewActive NOTIFY webViewActiveChanged FINAL)
 
 public:
     // Seconds on a monotonic scale; tests substitute their own.
@@ -121,6 +124,7 @@ public:
     bool showingBoost() const { return m_showingBoost; }
     double holdMultiplier() const { return m_holdMultiplier; }
     QQuickItem* videoView() const;
+    bool webViewActive() const { return m_webViewActive; }
     static QVariantList speedChoices();
     // The time text of the views ("00:00", "1:00:00").
     Q_INVOKABLE static QString formatTime(double seconds) { return timestamp(seconds); }
@@ -130,6 +134,8 @@ public:
 
     // Playback.
     Q_INVOKABLE void open(const QUrl& url);
+    // The window's WebEngineView, borrowed by the backends that play through a web page.
+    Q_INVOKABLE void setWebView(QQuickItem* view);
     Q_INVOKABLE void toggle();
     Q_INVOKABLE void seek(double time);
     // Relative to the shown position, for the back/forward commands.
@@ -203,6 +209,7 @@ signals:
     void isBoostingChanged();
     void showingBoostChanged();
     void holdMultiplierChanged();
+    void webViewActiveChanged();
     // The view answers with a file dialog whose choice goes to addFiles(true, urls).
     void chooseFileRequested();
 
@@ -249,6 +256,8 @@ private:
 
     QSettings* m_defaults;
     std::unique_ptr<PlaybackBackend> m_playback;
+    bool m_webViewActive = false;
+    void updateWebViewActive();
     Clock m_clock;
     DiagnosticLog* m_log = nullptr;
     CreationDateSource m_creationDate = fileCreationDate;

@@ -102,6 +102,14 @@ public:
     // Where the picture goes: the sink of the window's video item, or nullptr for none. Backends
     // without a picture of their own ignore it. The sink is owned by the view and may go away.
     virtual void setVideoSink(QVideoSink* sink) { Q_UNUSED(sink); }
+
+
+    // The web view declared in the window (a QtWebEngine `WebEngineView`), for backends that play
+    // through a web page. The view belongs to the window; a backend only borrows it between
+    // open() and stop().
+    virtual void setWebView(QQuickItem* view) { Q_UNUSED(view); }
+    // Whether the picture is currently the web view's rather than the video output's.
+    virtual bool showsWebView() const { return false; }
 };
 
 // Implemented by backends that show a picture: the item that draws it. The backend owns the item.

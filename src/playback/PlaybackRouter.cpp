@@ -89,6 +89,7 @@ void PlaybackRouter::advance(qint64 lastError)
     m_active->setMuted(m_muted);
     m_active->setVolume(m_volume);
     m_active->setVideoSink(m_videoSink);
+    m_active->setWebView(m_webView);
     embed(m_active.get());
 
     const QUuid generation = m_generation;
@@ -201,6 +202,12 @@ void PlaybackRouter::setVideoSink(QVideoSink* sink)
 {
     m_videoSink = sink;
     if (m_active) m_active->setVideoSink(sink);
+}
+
+void PlaybackRouter::setWebView(QQuickItem* view)
+{
+    m_webView = view;
+    if (m_active) m_active->setWebView(view);
 }
 
 void PlaybackRouter::selectTrack(PlaybackTrackKind kind, qint64 id)

@@ -44,6 +44,9 @@ public:
     // Remembered and handed to every backend the router makes, and to the active one at once.
     void setVideoSink(QVideoSink* sink) override;
     QVideoSink* videoSink() const { return m_videoSink; }
+    // Remembered and handed to every backend the router makes.
+    void setWebView(QQuickItem* view) override;
+    bool showsWebView() const override { return m_active && m_active->showsWebView(); }
 
     // A plain container; the active backend's own item is placed inside and fills it.
     QQuickItem* videoView() override { return m_videoView.get(); }
@@ -83,6 +86,7 @@ private:
     bool m_ready = false;
     double m_volume = 1.0;
     bool m_muted = false;
+    QPointer<QQuickItem> m_webView;
 };
 
 } // namespace quorvane

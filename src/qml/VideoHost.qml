@@ -1,5 +1,6 @@
 import QtQuick
 import QtMultimedia
+import QtWebEngine
 import Quorvane.Models
 import Quorvane.Video
 
@@ -27,5 +28,18 @@ VideoSurface {
         id: webSlot
         objectName: "webViewSlot"
         anchors.fill: parent
+
+        // The web backend plays WebM and Ogg files the native path refuses in this view. It takes
+        // no input of its own (disabled), so presses, double clicks and keys stay with the surface.
+        WebEngineView {
+            id: webView
+            objectName: "webView"
+            anchors.fill: parent
+            enabled: false
+            visible: surface.player.webViewActive
+            backgroundColor: "black"
+            Component.onCompleted: surface.player.setWebView(webView)
+            Component.onDestruction: surface.player.setWebView(null)
+        }
     }
 }

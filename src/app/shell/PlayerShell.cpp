@@ -1,6 +1,7 @@
 #include "PlayerShell.h"
 
 #include "Player.h"
+#include "WebMediaPlayback.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -13,6 +14,8 @@ namespace quorvane {
 
 void PlayerShell::prepareApplication()
 {
+    // The web backend's view needs its engine set up before the application object exists.
+    WebMediaPlayback::initializeWebEngine();
     // A dark, desktop-dense Material look unless the user asked for another style.
     if (qEnvironmentVariableIsEmpty("QT_QUICK_CONTROLS_STYLE"))
         qputenv("QT_QUICK_CONTROLS_STYLE", "Material");

@@ -18,7 +18,8 @@ class Player;
 class PlayerShell : public QObject {
     Q_OBJECT
 public:
-    // Call before the application object exists: the controls style and its settings.
+    // Call before the application object exists: the web engine, the controls style and its
+    // settings.
     static void prepareApplication();
 
     explicit PlayerShell(Player& player, QObject* parent = nullptr);

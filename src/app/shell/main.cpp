@@ -5,15 +5,12 @@
 
 #include <QGuiApplication>
 #include <QSettings>
-#include <QtWebEngineQuick/qtwebenginequickglobal.h>
 
 int main(int argc, char* argv[])
 {
     QCoreApplication::setOrganizationName(QStringLiteral("Quorvane"));
     QCoreApplication::setApplicationName(QStringLiteral("Quorvane Player"));
     QCoreApplication::setApplicationVersion(QStringLiteral(QV_VERSION));
-    // The web backend's view needs its engine set up before the application object exists.
-    QtWebEngineQuick::initialize();
     quorvane::PlayerShell::prepareApplication();
     QGuiApplication app(argc, argv);
     QGuiApplication::setDesktopFileName(QStringLiteral("quorvane-player"));
