@@ -225,6 +225,12 @@ private slots:
                     u"%1/settings-%2-%3.png"_s.arg(directory, QString::fromLatin1(name), language);
                 QVERIFY(m_window->grabWindow().save(file));
             }
+            showTab("feedbackTab", 560);
+            click(find("copyButton"));
+            QTest::qWait(300);
+            QVERIFY(m_window->grabWindow().save(
+                u"%1/settings-feedback-copied-%2.png"_s.arg(directory, language)));
+            showTab("aboutTab", 310);
             click(find("noticesLink"));
             auto* loader = find<QObject>("noticesLoader");
             QTRY_VERIFY(loader->property("item").value<QObject*>());
