@@ -23,6 +23,8 @@ class AppSettings : public QObject {
     QML_UNCREATABLE("The application owns its settings")
     Q_PROPERTY(QString language READ language WRITE setLanguage NOTIFY languageChanged FINAL)
     Q_PROPERTY(QStringList supportedLanguages READ supportedLanguages CONSTANT FINAL)
+    // Where `language` stands in `supportedLanguages`, for the picker.
+    Q_PROPERTY(int languageIndex READ languageIndex NOTIFY languageChanged FINAL)
     Q_PROPERTY(QString version READ version CONSTANT FINAL)
     // False when the program has no updater (always on Linux).
     Q_PROPERTY(bool hasUpdater READ hasUpdater CONSTANT FINAL)
@@ -42,6 +44,7 @@ public:
     // Stores the choice through the language preference; unsupported codes are ignored.
     void setLanguage(const QString& language) { m_localizer.setLanguage(language); }
     QStringList supportedLanguages() const { return m_localizer.supportedLanguages(); }
+    int languageIndex() const { return supportedLanguages().indexOf(language()); }
     QString version() const;
     bool hasUpdater() const { return m_updater != nullptr; }
     UpdateNotice* updateNotice() const { return m_notice; }

@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import Quorvane.Settings
@@ -28,7 +30,8 @@ Item {
             Layout.preferredWidth: 64
             Layout.preferredHeight: 64
             source: "images/quorvane.svg"
-            sourceSize: Qt.size(128, 128)
+            sourceSize.width: 128
+            sourceSize.height: 128
             fillMode: Image.PreserveAspectFit
         }
         Label {
@@ -105,15 +108,17 @@ Item {
         objectName: "noticesLoader"
 
         function open() {
-            if (active && item)
+            if (item)
                 (item as Window).raise()
-            active = true
+            else
+                setSource("ThirdPartyNoticesWindow.qml", {settings: root.settings})
         }
 
-        active: false
-        sourceComponent: ThirdPartyNoticesWindow {
-            settings: root.settings
-            onClosing: notices.active = false
+        Connections {
+            target: notices.item as Window
+            function onClosing() {
+                notices.source = ""
+            }
         }
     }
 }

@@ -1,3 +1,5 @@
+pragma ComponentBehavior: Bound
+
 import QtQuick
 import QtQuick.Controls
 import Quorvane.Settings
@@ -27,7 +29,7 @@ Item {
             objectName: "languagePicker"
             Layout.preferredWidth: 180
             model: root.settings.supportedLanguages
-            currentIndex: root.settings.supportedLanguages.indexOf(root.settings.language)
+            currentIndex: root.settings.languageIndex
             displayText: root.settings.languageName(currentText)
             Accessible.name: root.tr("Interface Language")
             delegate: ItemDelegate {

@@ -22,13 +22,23 @@ Window {
         return root.settings.language.length >= 0 ? root.settings.text(key) : key
     }
 
+    // The height is fixed to the tab's. The bounds are opened before each resize, so that a
+    // window manager never clamps the new height to the old tab's bounds.
+    function fitTab() {
+        root.minimumHeight = 0
+        root.maximumHeight = 16777215
+        root.height = root.tabHeight
+        root.minimumHeight = root.tabHeight
+        root.maximumHeight = root.tabHeight
+    }
+
     title: tr("Settings")
     width: 560
-    height: tabHeight
+    height: tabHeights[0]
     minimumWidth: 560
     maximumWidth: 560
-    minimumHeight: tabHeight
-    maximumHeight: tabHeight
+    onTabHeightChanged: fitTab()
+    Component.onCompleted: fitTab()
     color: palette.window
 
     TabBar {
