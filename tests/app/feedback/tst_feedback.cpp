@@ -261,6 +261,28 @@ private slots:
         QCOMPARE(endpoint.requests.size(), 0);
     }
 
+    void environmentOverridesTheBuiltInEndpoint()
+    {
+        const QUrl builtIn(QStringLiteral(QV_FEEDBACK_URL));
+        const struct {
+            const char* value;
+            QUrl expected;
+        } rows[] = {
+            {"", builtIn},
+            {"https://feedback.example.org/v1/send",
+             QUrl(u"https://feedback.example.org/v1/send"_s)},
+            {"http://127.0.0.1:8080/", QUrl(u"http://127.0.0.1:8080/"_s)},
+            {"ftp://example.org/", QUrl()},
+            {"example.org/send", QUrl()},
+        };
+        for (const auto& row : rows) {
+            qputenv("QUORVANE_FEEDBACK_URL", row.value);
+            QVERIFY2(FeedbackService::configuredEndpoint() == row.expected, row.value);
+        }
+        qunsetenv("QUORVANE_FEEDBACK_URL");
+        QCOMPARE(FeedbackService::configuredEndpoint(), builtIn);
+    }
+
     void copyPutsTheReportWithThePlayerStateOnTheClipboard()
     {
         FeedbackController form(m_player.get(), QUrl());

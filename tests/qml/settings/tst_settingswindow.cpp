@@ -97,6 +97,8 @@ private:
 private slots:
     void initTestCase()
     {
+        // The shared diagnostic log that the copy button fills lands in this test's directory.
+        qputenv("XDG_DATA_HOME", m_dir.filePath(u"data"_s).toUtf8());
         m_settings =
             std::make_unique<QSettings>(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
         setPlayerLanguageSettings(m_settings.get());
@@ -208,6 +210,8 @@ private slots:
     void feedbackWithoutEndpointStillOffersTheCopy()
     {
         open();
+        if (m_appSettings->feedback()->sendingAvailable())
+            QSKIP("this build has a feedback endpoint");
         showTab("feedbackTab", 560);
         QCOMPARE(text("sendOutcome"), u"Sending feedback is unavailable in this build."_s);
         m_appSettings->feedback()->setMessage(u"Hello"_s);
