@@ -10,6 +10,7 @@
 #include <QGuiApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkProxy>
 #include <QSettings>
 #include <QTcpServer>
 #include <QTcpSocket>
@@ -119,6 +120,8 @@ private slots:
     {
         // The shared diagnostic log lands in this test's own data directory.
         qputenv("XDG_DATA_HOME", m_dir.filePath(u"data"_s).toUtf8());
+        // The endpoint is on this machine, whatever proxy the environment names.
+        QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
         m_settings =
             std::make_unique<QSettings>(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
         setPlayerLanguageSettings(m_settings.get());
