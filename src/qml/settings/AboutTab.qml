@@ -2,9 +2,9 @@ pragma ComponentBehavior: Bound
 
 import QtQuick
 import QtQuick.Controls
-import Quorvane.Settings
 import QtQuick.Layouts
 import QtQuick.Window
+import Quorvane.Settings
 
 // "About • Update": the program's name, version and notes, the third-party notices, and what is
 // known about updates.

@@ -1,7 +1,7 @@
 import QtQuick
 import QtQuick.Controls
-import Quorvane.Settings
 import QtQuick.Layouts
+import Quorvane.Settings
 
 // The feedback form: a message, an optional reply address, sending, and copying the privacy-safe
 // diagnostic report for a support e-mail.

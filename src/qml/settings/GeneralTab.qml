@@ -2,8 +2,8 @@ pragma ComponentBehavior: Bound
 
 import QtQuick
 import QtQuick.Controls
-import Quorvane.Settings
 import QtQuick.Layouts
+import Quorvane.Settings
 
 // "General": the interface language. Each language is listed under its own name, and a choice
 // is stored at once, re-labelling every open window.

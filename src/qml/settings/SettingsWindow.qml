@@ -2,9 +2,9 @@ pragma ComponentBehavior: Bound
 
 import QtQuick
 import QtQuick.Controls
-import Quorvane.Settings
 import QtQuick.Layouts
 import QtQuick.Window
+import Quorvane.Settings
 
 // The settings window: language, feedback, about and updates. Always 560 wide; its height
 // follows the tab on show. The selected tab lives only as long as the window.

@@ -1,7 +1,7 @@
 import QtQuick
 import QtQuick.Controls
-import Quorvane.Settings
 import QtQuick.Window
+import Quorvane.Settings
 
 // The notices of the libraries the program runs on, shipped with it in each interface language.
 Window {
