@@ -122,6 +122,18 @@ const QList<QPair<QString, QString>>& chineseTranslationTable()
         {u"Unmute"_s, u"取消静音"_s},
         {u"Playback Speed…"_s, u"播放速度…"_s},
         {u"Quit"_s, u"退出"_s},
+        // The feedback form and its service.
+        {u"Send"_s, u"发送"_s},
+        {u"Sending feedback is unavailable in this build."_s, u"此版本暂不支持发送反馈。"_s},
+        {u"The feedback service could not be reached. Check your connection and try again."_s,
+         u"无法连接反馈服务。请检查网络连接后重试。"_s},
+        {u"The feedback service answered with an error: "_s, u"反馈服务返回了错误："_s},
+        {u"The feedback service sent an answer that could not be read."_s,
+         u"无法读取反馈服务返回的内容。"_s},
+        {u"Your message, the optional reply email and the app version are sent to the developers. Do not include passwords."_s,
+         u"你的留言、可选的回复邮箱和应用版本会发送给开发者。请勿包含密码。"_s},
+        {u"Recent technical events can be copied into feedback or a support email. Media names and paths are excluded."_s,
+         u"可以将最近的技术事件复制到反馈或支持邮件中，其中不包含媒体名称和路径。"_s},
     };
     return table;
 }

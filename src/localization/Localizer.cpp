@@ -2,11 +2,32 @@
 
 #include "TranslationCatalog.h"
 
+#include <QList>
+#include <QPointer>
 #include <QStringList>
 
 namespace quorvane {
 
-Localizer::Localizer(QObject* parent) : QObject(parent) {}
+namespace {
+
+// The live Localizers, so that a language chosen in one window re-labels every other window too.
+QList<Localizer*>& liveLocalizers()
+{
+    static QList<Localizer*> localizers;
+    return localizers;
+}
+
+} // namespace
+
+Localizer::Localizer(QObject* parent) : QObject(parent)
+{
+    liveLocalizers().append(this);
+}
+
+Localizer::~Localizer()
+{
+    liveLocalizers().removeOne(this);
+}
 
 QString Localizer::language() const
 {
@@ -17,7 +38,14 @@ void Localizer::setLanguage(const QString& language)
 {
     const QString before = playerLanguage().language();
     playerLanguage().setLanguage(language);
-    if (playerLanguage().language() != before) emit languageChanged();
+    if (playerLanguage().language() == before) return;
+    // Guarded copies: a handler may create or destroy a Localizer while the change is announced.
+    QList<QPointer<Localizer>> localizers;
+    for (Localizer* localizer : liveLocalizers())
+        localizers.append(localizer);
+    for (const auto& localizer : localizers) {
+        if (localizer) emit localizer->languageChanged();
+    }
 }
 
 QStringList Localizer::supportedLanguages() const

@@ -1,6 +1,7 @@
 #pragma once
 // Exposes the interface language to QML. Views bind to `text(key)` together with `language`, so a
-// change of language re-evaluates every visible text at run time.
+// change of language re-evaluates every visible text at run time. Every window may hold its own
+// Localizer: a change made through any of them is announced by all of them. GUI thread only.
 #include <QObject>
 #include <QString>
 
@@ -13,6 +14,7 @@ class Localizer : public QObject {
 
 public:
     explicit Localizer(QObject* parent = nullptr);
+    ~Localizer() override;
 
     QString language() const;
     void setLanguage(const QString& language);

@@ -2,6 +2,7 @@ import QtQuick
 import QtQuick.Controls
 import QtQuick.Dialogs
 import Quorvane.Models
+import Quorvane.Settings
 
 // The player window: menu bar (hidden in full screen), the player view, the open panel, the
 // playlist panel beside the window, and the About and Settings windows made on demand.
@@ -10,6 +11,7 @@ ApplicationWindow {
 
     required property Player player
     required property Localizer localizer
+    required property AppSettings appSettings
 
     readonly property bool fullScreen: visibility === Window.FullScreen
     readonly property bool hasItem: player.currentURL.toString() !== ""
@@ -96,8 +98,9 @@ ApplicationWindow {
     Loader {
         id: settingsLoader
         active: false
-        sourceComponent: SettingsPlaceholder {
-            localizer: window.localizer
+        sourceComponent: SettingsWindow {
+            settings: window.appSettings
+            visible: true
             onClosing: settingsLoader.active = false
         }
     }

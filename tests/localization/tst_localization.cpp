@@ -127,8 +127,12 @@ private slots:
         QSignalSpy reevaluate(&label, &QQmlExpression::valueChanged);
 
         QSignalSpy changed(&localizer, &Localizer::languageChanged);
+        // Another window's Localizer hears a change made through this one.
+        Localizer otherWindow;
+        QSignalSpy otherChanged(&otherWindow, &Localizer::languageChanged);
         localizer.setLanguage(u"zh-Hans"_s);
         QCOMPARE(changed.size(), 1);
+        QCOMPARE(otherChanged.size(), 1);
         QCOMPARE(reevaluate.size(), 1);
         QCOMPARE(label.evaluate().toString(), u"取消"_s);
         QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"zh-Hans"_s);

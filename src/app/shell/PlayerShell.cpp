@@ -55,7 +55,8 @@ bool PlayerShell::load()
 {
     m_engine.setInitialProperties(
         {{QStringLiteral("player"), QVariant::fromValue(&m_player)},
-         {QStringLiteral("localizer"), QVariant::fromValue(&m_localizer)}});
+         {QStringLiteral("localizer"), QVariant::fromValue(&m_localizer)},
+         {QStringLiteral("appSettings"), QVariant::fromValue(&m_appSettings)}});
     m_engine.load(QUrl(QStringLiteral("qrc:/Quorvane/Main.qml")));
     return window() != nullptr;
 }

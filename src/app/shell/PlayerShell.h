@@ -2,11 +2,14 @@
 // The application around the player model: the QML engine with the player window, the interface
 // language behind every qsTr() text, the icon theme and the controls style. main() and the window
 // tests build the same shell.
+#include "AppSettings.h"
 #include "CatalogTranslator.h"
 #include "Localizer.h"
+#include "UpdateNotice.h"
 
 #include <QObject>
 #include <QQmlApplicationEngine>
+#include <QSettings>
 #include <QStringList>
 
 class QQuickWindow;
@@ -30,6 +33,7 @@ public:
     QQuickWindow* window() const;
     QQmlApplicationEngine& engine() { return m_engine; }
     Localizer& localizer() { return m_localizer; }
+    AppSettings& appSettings() { return m_appSettings; }
 
     // Files handed over by the desktop (command line, a second instance): one file is opened,
     // several go to the playlist with the first opened. Relative paths are taken from the
@@ -42,6 +46,10 @@ private:
     Player& m_player;
     Localizer m_localizer;
     CatalogTranslator m_translator;
+    QSettings m_defaults; // the application's own store, for the update notice
+    UpdateNotice m_updateNotice{&m_defaults};
+    // No updater on Linux: the distribution's packages update the program.
+    AppSettings m_appSettings{&m_player, &m_updateNotice};
     QQmlApplicationEngine m_engine;
 };
 

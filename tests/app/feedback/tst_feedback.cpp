@@ -1,0 +1,319 @@
+// The feedback form against a real HTTP server on the loopback interface, and the copy of the
+// diagnostic report through the real clipboard of the (offscreen) GUI application.
+#include "DiagnosticLog.h"
+#include "FeedbackController.h"
+#include "Player.h"
+#include "TranslationCatalog.h"
+#include "support/ScriptedBackend.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkProxy>
+#include <QSettings>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quorvane;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Just enough HTTP/1.1 to receive one POST per connection and answer it as told.
+class FeedbackEndpoint : public QObject {
+public:
+    enum class Answer { Status, Silence, Garbage };
+    struct Request {
+        QByteArray method;
+        QByteArray contentType;
+        QByteArray body;
+    };
+
+    Answer answer = Answer::Status;
+    int status = 200;
+    QByteArray body;
+    QList<Request> requests;
+
+    FeedbackEndpoint()
+    {
+        QVERIFY(m_server.listen(QHostAddress::LocalHost, 0));
+        connect(&m_server, &QTcpServer::newConnection, this, [this] {
+            while (QTcpSocket* socket = m_server.nextPendingConnection()) {
+                connect(socket, &QTcpSocket::readyRead, this, [this, socket] { read(socket); });
+            }
+        });
+    }
+
+    QUrl url() const { return QUrl(u"http://127.0.0.1:%1/feedback"_s.arg(m_server.serverPort())); }
+
+private:
+    void read(QTcpSocket* socket)
+    {
+        QByteArray& buffer = m_buffers[socket];
+        buffer += socket->readAll();
+        const qsizetype headerEnd = buffer.indexOf("\r\n\r\n");
+        if (headerEnd < 0) return;
+        Request request;
+        qsizetype length = 0;
+        const QList<QByteArray> lines = buffer.left(headerEnd).split('\n');
+        request.method = lines.first().split(' ').first();
+        for (const QByteArray& line : lines.mid(1)) {
+            const qsizetype colon = line.indexOf(':');
+            const QByteArray name = line.left(colon).trimmed().toLower();
+            const QByteArray value = line.mid(colon + 1).trimmed();
+            if (name == "content-length") length = value.toLongLong();
+            if (name == "content-type") request.contentType = value;
+        }
+        if (buffer.size() < headerEnd + 4 + length) return;
+        request.body = buffer.mid(headerEnd + 4, length);
+        requests.append(request);
+        m_buffers.remove(socket);
+
+        switch (answer) {
+        case Answer::Silence:
+            return;
+        case Answer::Garbage:
+            socket->write("\x01\x02 not a web server\r\n\r\n");
+            break;
+        case Answer::Status:
+            socket->write("HTTP/1.1 " + QByteArray::number(status) + " Status\r\n" +
+                          "Content-Type: application/json\r\nConnection: close\r\n" +
+                          "Content-Length: " + QByteArray::number(body.size()) + "\r\n\r\n" + body);
+            break;
+        }
+        socket->disconnectFromHost();
+    }
+
+    QTcpServer m_server;
+    QHash<QTcpSocket*, QByteArray> m_buffers;
+};
+
+QUrl refusingEndpoint()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost, 0);
+    const quint16 port = server.serverPort();
+    server.close();
+    return QUrl(u"http://127.0.0.1:%1/feedback"_s.arg(port));
+}
+
+} // namespace
+
+class FeedbackTest : public QObject {
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<Player> m_player;
+
+    void waitUntilSent(FeedbackController& form)
+    {
+        QTRY_VERIFY_WITH_TIMEOUT(!form.sending(), 20000);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        // The shared diagnostic log lands in this test's own data directory.
+        qputenv("XDG_DATA_HOME", m_dir.filePath(u"data"_s).toUtf8());
+        // The endpoint is on this machine, whatever proxy the environment names.
+        QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy);
+        m_settings =
+            std::make_unique<QSettings>(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
+        setPlayerLanguageSettings(m_settings.get());
+        m_player = std::make_unique<Player>(m_settings.get(),
+                                            std::make_unique<testing::ScriptedBackend>());
+    }
+
+    void cleanupTestCase()
+    {
+        m_player.reset();
+        setPlayerLanguageSettings(nullptr);
+    }
+
+    void successPostsTheTrimmedFormAsJsonAndClearsIt()
+    {
+        FeedbackEndpoint endpoint;
+        endpoint.body = R"({"ok":true})";
+        FeedbackController form(m_player.get(), endpoint.url());
+        form.setMessage(u"  The picture froze.\n\n"_s);
+        form.setEmail(u" someone@example.org \t"_s);
+        QVERIFY(form.canSend());
+
+        form.send();
+        QVERIFY(form.sending());
+        QVERIFY(!form.canSend());
+        form.send(); // ignored while in flight
+        waitUntilSent(form);
+
+        QCOMPARE(endpoint.requests.size(), 1);
+        const auto& request = endpoint.requests.first();
+        QCOMPARE(request.method, "POST");
+        QCOMPARE(request.contentType, "application/json");
+        const QJsonObject json = QJsonDocument::fromJson(request.body).object();
+        const auto metadata = SupportDiagnostics::metadata();
+        QCOMPARE(json.keys(), QStringList({"build", "email", "message", "version"}));
+        QCOMPARE(json["message"].toString(), u"The picture froze."_s);
+        QCOMPARE(json["email"].toString(), u"someone@example.org"_s);
+        QCOMPARE(json["version"].toString(), metadata["version"]);
+        QCOMPARE(json["build"].toString(), metadata["build"]);
+
+        QVERIFY(form.succeeded());
+        QCOMPARE(form.message(), QString());
+        QCOMPARE(form.email(), QString());
+        QCOMPARE(form.failure(), QString());
+    }
+
+    void failuresKeepTheFormAndSayWhy()
+    {
+        const struct {
+            const char* name;
+            FeedbackEndpoint::Answer answer;
+            int status;
+            QByteArray body;
+            bool refused;
+            FeedbackFailure failure;
+        } rows[] = {
+            {"server error",
+             FeedbackEndpoint::Answer::Status,
+             500,
+             "{}",
+             false,
+             {FeedbackTexts::httpError, u"HTTP 500"_s}},
+            {"rejected content",
+             FeedbackEndpoint::Answer::Status,
+             422,
+             "{}",
+             false,
+             {FeedbackTexts::rejected, {}}},
+            {"success with garbage",
+             FeedbackEndpoint::Answer::Status,
+             200,
+             "<html>",
+             false,
+             {FeedbackTexts::unreadable, {}}},
+            {"not HTTP",
+             FeedbackEndpoint::Answer::Garbage,
+             0,
+             {},
+             false,
+             {FeedbackTexts::unreachable, {}}},
+            {"time-out",
+             FeedbackEndpoint::Answer::Silence,
+             0,
+             {},
+             false,
+             {FeedbackTexts::unreachable, {}}},
+            {"refused",
+             FeedbackEndpoint::Answer::Status,
+             0,
+             {},
+             true,
+             {FeedbackTexts::unreachable, {}}},
+        };
+        for (const auto& row : rows) {
+            FeedbackEndpoint endpoint;
+            endpoint.answer = row.answer;
+            endpoint.status = row.status;
+            endpoint.body = row.body;
+            FeedbackController form(m_player.get(),
+                                    row.refused ? refusingEndpoint() : endpoint.url());
+            form.service().setTimeout(std::chrono::milliseconds(1500));
+            form.setMessage(u"It stopped."_s);
+            form.setEmail(u"me@example.org"_s);
+            form.send();
+            waitUntilSent(form);
+            QVERIFY2(form.failure() == row.failure.key, row.name);
+            QVERIFY2(form.failureDetail() == row.failure.detail, row.name);
+            QVERIFY2(!form.succeeded(), row.name);
+            QVERIFY2(form.message() == u"It stopped."_s, row.name);
+            QVERIFY2(form.email() == u"me@example.org"_s, row.name);
+            QVERIFY2(form.canSend(), row.name);
+        }
+        // Every failure text is in the catalog, the Chinese one as well.
+        for (const QString& key :
+             {FeedbackTexts::unreachable, FeedbackTexts::rejected, FeedbackTexts::httpError,
+              FeedbackTexts::unreadable, FeedbackTexts::unavailable})
+            QVERIFY2(chineseTranslations().contains(key), qPrintable(key));
+    }
+
+    void sendIsOfferedOnlyForAMessageAndAnEndpoint()
+    {
+        FeedbackEndpoint endpoint;
+        FeedbackController form(m_player.get(), endpoint.url());
+        QVERIFY(form.sendingAvailable());
+        for (const QString& blank : {u""_s, u"   "_s, u" \n\t\r\n "_s}) {
+            form.setMessage(blank);
+            QVERIFY(!form.canSend());
+            form.send();
+        }
+        form.setMessage(u"x"_s);
+        QVERIFY(form.canSend());
+
+        for (const QString& address : {u""_s, u"ftp://example.org/"_s, u"not a url"_s}) {
+            FeedbackController unavailable(m_player.get(), QUrl(address));
+            unavailable.setMessage(u"Hello"_s);
+            QVERIFY(!unavailable.sendingAvailable());
+            QVERIFY(!unavailable.canSend());
+        }
+        QTest::qWait(100);
+        QCOMPARE(endpoint.requests.size(), 0);
+    }
+
+    void environmentOverridesTheBuiltInEndpoint()
+    {
+        const QUrl builtIn(QStringLiteral(QV_FEEDBACK_URL));
+        const struct {
+            const char* value;
+            QUrl expected;
+        } rows[] = {
+            {"", builtIn},
+            {"https://feedback.example.org/v1/send",
+             QUrl(u"https://feedback.example.org/v1/send"_s)},
+            {"http://127.0.0.1:8080/", QUrl(u"http://127.0.0.1:8080/"_s)},
+            {"ftp://example.org/", QUrl()},
+            {"example.org/send", QUrl()},
+        };
+        for (const auto& row : rows) {
+            qputenv("QUORVANE_FEEDBACK_URL", row.value);
+            QVERIFY2(FeedbackService::configuredEndpoint() == row.expected, row.value);
+        }
+        qunsetenv("QUORVANE_FEEDBACK_URL");
+        QCOMPARE(FeedbackService::configuredEndpoint(), builtIn);
+    }
+
+    void copyPutsTheReportWithThePlayerStateOnTheClipboard()
+    {
+        FeedbackController form(m_player.get(), QUrl());
+        const auto stateEntries = [] {
+            qsizetype count = 0;
+            for (const auto& entry : SupportDiagnostics::log().entries())
+                count += entry.event == u"playback.state"_s;
+            return count;
+        };
+        const qsizetype before = stateEntries();
+        form.copyDiagnosticLog();
+        form.copyDiagnosticLog(); // within a second: the same state is not recorded twice
+        QCOMPARE(stateEntries(), before + 1);
+        QCOMPARE(form.copyOutcome(), FeedbackController::CopyOutcome::Copied);
+
+        const QString copied = QGuiApplication::clipboard()->text();
+        QCOMPARE(copied, SupportDiagnostics::report());
+        QVERIFY(copied.startsWith(u"Diagnostics v1 "_s));
+        const QString state = copied.split(u'\n').last();
+        QVERIFY2(state.contains(u" playback.state ao=gstreamer loaded=false muted=false paused="_s),
+                 qPrintable(state));
+        QVERIFY2(state.contains(u" speed=1 volume="_s), qPrintable(state));
+
+        form.setClipboardWriter([](const QString&) { return false; });
+        form.copyDiagnosticLog();
+        QCOMPARE(form.copyOutcome(), FeedbackController::CopyOutcome::Refused);
+    }
+};
+
+QTEST_MAIN(FeedbackTest)
+#include "tst_feedback.moc"

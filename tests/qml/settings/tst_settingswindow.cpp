@@ -1,0 +1,262 @@
+// The real settings window on a display: tabs and heights, the language picker re-labelling this
+// and every other window at once, the about page, the notices and the feedback form's state.
+// With QV_SCREENSHOT_DIR set, `screenshots` saves every tab in English and Chinese there.
+#include "AppSettings.h"
+#include "Localizer.h"
+#include "Player.h"
+#include "TranslationCatalog.h"
+#include "support/ScriptedBackend.h"
+
+#include <QDir>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quorvane;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct CountingUpdater : Updater {
+    int checks = 0;
+    void checkForUpdates() override { ++checks; }
+};
+
+} // namespace
+
+class SettingsWindowTest : public QObject {
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    std::unique_ptr<QSettings> m_settings;
+    std::unique_ptr<Player> m_player;
+    std::unique_ptr<UpdateNotice> m_notice;
+    std::unique_ptr<AppSettings> m_appSettings;
+    QQmlEngine m_engine;
+    std::unique_ptr<QQuickWindow> m_window;
+
+    void open(Updater* updater = nullptr)
+    {
+        m_window.reset();
+        m_appSettings = std::make_unique<AppSettings>(m_player.get(), m_notice.get(), updater);
+        QQmlComponent component(&m_engine, QUrl(u"qrc:/Quorvane/Settings/SettingsWindow.qml"_s));
+        QVERIFY2(component.isReady(), qPrintable(component.errorString()));
+        QObject* object = component.createWithInitialProperties(
+            {{u"settings"_s, QVariant::fromValue(m_appSettings.get())}});
+        QVERIFY2(object, qPrintable(component.errorString()));
+        m_window.reset(qobject_cast<QQuickWindow*>(object));
+        m_window->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_window.get()));
+    }
+
+    template <typename T = QQuickItem> T* find(const char* name) const
+    {
+        auto* item = m_window->findChild<T*>(QString::fromLatin1(name));
+        if (!item) qWarning() << "no item" << name;
+        return item;
+    }
+
+    QString text(const char* name) const
+    {
+        return find<QObject>(name)->property("text").toString();
+    }
+
+    void click(QQuickItem* item)
+    {
+        QVERIFY(item && item->isVisible());
+        // After a resize the layout settles at the next polish; click where the item ends up.
+        const auto centre = [item] {
+            return item->mapToScene(QPointF(item->width() / 2, item->height() / 2));
+        };
+        QTRY_VERIFY(QRectF(0, 0, m_window->width(), m_window->height()).contains(centre()));
+        QTest::qWait(50);
+        QTest::mouseClick(m_window.get(), Qt::LeftButton, {}, centre().toPoint());
+    }
+
+    void showTab(const char* tab, int height)
+    {
+        click(find(tab));
+        QTRY_COMPARE_WITH_TIMEOUT(m_window->height(), height, 5000);
+        QCOMPARE(m_window->width(), 560);
+    }
+
+    // The picker as a keyboard user works it: focus, then one step down or up.
+    void pickLanguage(Qt::Key step)
+    {
+        auto* picker = find("languagePicker");
+        picker->forceActiveFocus();
+        QTest::keyClick(m_window.get(), step);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        // The shared diagnostic log that the copy button fills lands in this test's directory.
+        qputenv("XDG_DATA_HOME", m_dir.filePath(u"data"_s).toUtf8());
+        m_settings =
+            std::make_unique<QSettings>(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
+        setPlayerLanguageSettings(m_settings.get());
+        m_player = std::make_unique<Player>(m_settings.get(),
+                                            std::make_unique<testing::ScriptedBackend>());
+        m_notice = std::make_unique<UpdateNotice>(m_settings.get(), u"42"_s);
+        m_engine.addImportPath(u"qrc:/"_s);
+    }
+
+    void cleanupTestCase()
+    {
+        m_window.reset();
+        m_appSettings.reset();
+        m_player.reset();
+        setPlayerLanguageSettings(nullptr);
+    }
+
+    void heightFollowsTheTab()
+    {
+        open();
+        QCOMPARE(m_window->width(), 560);
+        QCOMPARE(m_window->height(), 220);
+        showTab("feedbackTab", 560);
+        showTab("aboutTab", 310);
+        showTab("generalTab", 220);
+    }
+
+    void languagePickerRelabelsEveryWindowAtOnce()
+    {
+        open();
+        // Stands in for the player window, which keeps its own Localizer.
+        Localizer playerWindow;
+        QSignalSpy relabelled(&playerWindow, &Localizer::languageChanged);
+        QCOMPARE(text("interfaceLanguageLabel"), u"Interface Language"_s);
+        QCOMPARE(find("languagePicker")->property("displayText").toString(), u"English"_s);
+
+        pickLanguage(Qt::Key_Down);
+        QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"zh-Hans"_s);
+        QCOMPARE(relabelled.size(), 1);
+        QCOMPARE(playerWindow.text(u"Your private cinema"_s), u"你的私人放映室"_s);
+        QCOMPARE(m_window->title(), u"设置"_s);
+        QCOMPARE(find("languagePicker")->property("displayText").toString(), u"简体中文"_s);
+        const std::pair<const char*, QString> chinese[] = {
+            {"generalTab", u"通用"_s},
+            {"feedbackTab", u"反馈"_s},
+            {"aboutTab", u"关于 • 更新"_s},
+            {"interfaceLanguageLabel", u"界面语言"_s},
+            {"updateLine", u"此版本暂不支持检查更新。"_s},
+            {"versionLabel", u"版本 "_s + m_appSettings->version()},
+        };
+        for (const auto& [name, expected] : chinese)
+            QCOMPARE(text(name), expected);
+        QVERIFY(text("noticesLink").contains(u"第三方声明"_s));
+
+        pickLanguage(Qt::Key_Up);
+        QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"en"_s);
+        QCOMPARE(relabelled.size(), 2);
+        QCOMPARE(text("aboutTab"), u"About • Update"_s);
+        QCOMPARE(text("updateLine"), u"Update checks are unavailable in this build."_s);
+        QCOMPARE(m_window->title(), u"Settings"_s);
+    }
+
+    void updateAreaFollowsTheUpdaterAndTheNotice()
+    {
+        // Without an updater: no button and the unavailable line, whatever the notice holds.
+        m_notice->setAvailable(true);
+        open();
+        showTab("aboutTab", 310);
+        QVERIFY(!find("checkForUpdatesButton")->isVisible());
+        QCOMPARE(text("updateLine"), u"Update checks are unavailable in this build."_s);
+
+        CountingUpdater updater;
+        open(&updater);
+        showTab("aboutTab", 310);
+        QCOMPARE(text("updateLine"), u"A new version is available"_s);
+        click(find("checkForUpdatesButton"));
+        QCOMPARE(updater.checks, 1);
+        m_notice->didNotFindUpdate();
+        QVERIFY(!find("updateLine")->isVisible());
+        m_window.reset();
+    }
+
+    void noticesShipInTheCurrentLanguage()
+    {
+        open();
+        showTab("aboutTab", 310);
+        click(find("noticesLink"));
+        auto* loader = find<QObject>("noticesLoader");
+        QTRY_VERIFY(loader->property("item").value<QObject*>());
+        auto* notices = qobject_cast<QQuickWindow*>(loader->property("item").value<QObject*>());
+        QCOMPARE(notices->title(), u"Third-party notices"_s);
+        const auto noticesText = [notices] {
+            return notices->findChild<QObject*>(u"noticesText"_s)->property("text").toString();
+        };
+        for (const QString& name : {u"Qt 6"_s, u"GStreamer"_s, u"Chromium"_s, u"LGPL-3.0"_s,
+                                    u"LGPL-2.1"_s, u"BSD 3-Clause"_s})
+            QVERIFY2(noticesText().contains(name), qPrintable(name));
+        m_appSettings->setLanguage(u"zh-Hans"_s);
+        QVERIFY(noticesText().startsWith(u"# 第三方声明"_s));
+        QCOMPARE(notices->title(), u"第三方声明"_s);
+        m_appSettings->setLanguage(u"en"_s);
+        // Closing drops the window; the link makes a new one.
+        notices->close();
+        QTRY_VERIFY(!loader->property("item").value<QObject*>());
+        click(find("noticesLink"));
+        QTRY_VERIFY(loader->property("item").value<QObject*>());
+    }
+
+    void feedbackWithoutEndpointStillOffersTheCopy()
+    {
+        open();
+        if (m_appSettings->feedback()->sendingAvailable())
+            QSKIP("this build has a feedback endpoint");
+        showTab("feedbackTab", 560);
+        QCOMPARE(text("sendOutcome"), u"Sending feedback is unavailable in this build."_s);
+        m_appSettings->feedback()->setMessage(u"Hello"_s);
+        QVERIFY(!find("sendButton")->isEnabled());
+        click(find("copyButton"));
+        QTRY_COMPARE(text("copyOutcome"), u"Diagnostic log copied"_s);
+        m_appSettings->feedback()->setMessage({});
+    }
+
+    void screenshots()
+    {
+        const QString directory = qEnvironmentVariable("QV_SCREENSHOT_DIR");
+        if (directory.isEmpty()) QSKIP("QV_SCREENSHOT_DIR is not set");
+        QDir().mkpath(directory);
+        const std::tuple<const char*, const char*, int> tabs[] = {{"generalTab", "general", 220},
+                                                                  {"feedbackTab", "feedback", 560},
+                                                                  {"aboutTab", "about", 310}};
+        for (const QString& language : {u"en"_s, u"zh-Hans"_s}) {
+            open();
+            m_appSettings->setLanguage(language);
+            for (const auto& [tab, name, height] : tabs) {
+                showTab(tab, height);
+                QTest::qWait(300);
+                const QString file =
+                    u"%1/settings-%2-%3.png"_s.arg(directory, QString::fromLatin1(name), language);
+                QVERIFY(m_window->grabWindow().save(file));
+            }
+            showTab("feedbackTab", 560);
+            click(find("copyButton"));
+            QTest::qWait(300);
+            QVERIFY(m_window->grabWindow().save(
+                u"%1/settings-feedback-copied-%2.png"_s.arg(directory, language)));
+            showTab("aboutTab", 310);
+            click(find("noticesLink"));
+            auto* loader = find<QObject>("noticesLoader");
+            QTRY_VERIFY(loader->property("item").value<QObject*>());
+            auto* notices = qobject_cast<QQuickWindow*>(loader->property("item").value<QObject*>());
+            QVERIFY(QTest::qWaitForWindowExposed(notices));
+            QTest::qWait(300);
+            QVERIFY(notices->grabWindow().save(
+                u"%1/settings-notices-%2.png"_s.arg(directory, language)));
+        }
+        m_appSettings->setLanguage(u"en"_s);
+    }
+};
+
+QTEST_MAIN(SettingsWindowTest)
+#include "tst_settingswindow.moc"
