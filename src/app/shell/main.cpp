@@ -1,5 +1,6 @@
 // Starts the player: one settings store, one Player, one window. A file named on the command line
 // is opened at once.
+#include "DesktopIntegration.h"
 #include "Player.h"
 
 #include <QFileInfo>
@@ -16,6 +17,10 @@ int main(int argc, char* argv[])
     // The web backend's view needs its engine set up before the application object exists.
     QtWebEngineQuick::initialize();
     QGuiApplication app(argc, argv);
+    // A second launch hands its files to the running player and ends here.
+    const QList<QUrl> files = quorvane::SingleInstance::filesFromArguments(app.arguments().mid(1));
+    quorvane::SingleInstance instance;
+    if (!instance.start(files)) return 0;
 
     QSettings settings;
     quorvane::Player player(&settings);
@@ -28,9 +33,8 @@ int main(int argc, char* argv[])
     engine.load(QUrl(QStringLiteral("qrc:/Quorvane/Main.qml")));
     if (engine.rootObjects().isEmpty()) return 1;
 
-    const QStringList arguments = app.arguments().mid(1);
-    if (!arguments.isEmpty())
-        player.open(QUrl::fromLocalFile(QFileInfo(arguments.first()).absoluteFilePath()));
+    quorvane::DesktopIntegration desktop(player, &instance);
+    quorvane::openHandedFiles(player, files);
 
     // Closing the window saves the position too; quitting by other means must not lose it.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &player,
