@@ -7,6 +7,7 @@
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
+#include <QPointer>
 
 namespace quorvane {
 
@@ -56,7 +57,7 @@ void ScreenSaverInhibitor::update()
     const Hold hold = wanted();
     if (hold == m_held) return;
     ++m_generation;
-    drop(std::exchange(m_grant, {}));
+    drop(m_bus, std::exchange(m_grant, {}));
     m_held = hold;
     if (hold != Hold::None && m_bus.isConnected()) acquire(hold);
 }
@@ -72,55 +73,49 @@ void ScreenSaverInhibitor::acquire(Hold hold)
     const quint64 generation = m_generation;
     const QString reason =
         hold == Hold::Screen ? QStringLiteral("Playing a video") : QStringLiteral("Playing audio");
-
+    QDBusMessage call;
     if (hold == Hold::Screen && serviceRunning(kScreenSaverService)) {
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            kScreenSaverService, kScreenSaverPath, kScreenSaverService, QStringLiteral("Inhibit"));
+        call = QDBusMessage::createMethodCall(kScreenSaverService, kScreenSaverPath,
+                                              kScreenSaverService, QStringLiteral("Inhibit"));
         call << kApplication << reason;
-        auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
-        connect(watcher, &QDBusPendingCallWatcher::finished, this,
-                [this, generation](QDBusPendingCallWatcher* watcher) {
-                    watcher->deleteLater();
-                    const QDBusPendingReply<uint> reply = *watcher;
-                    if (reply.isError()) {
-                        qCInfo(lcDesktop)
-                            << "screen saver refused to inhibit:" << reply.error().message();
-                        return;
-                    }
-                    if (generation == m_generation)
-                        m_grant.cookie = reply.value();
-                    else
-                        drop({reply.value(), std::nullopt}); // released while we were asking
-                });
-        return;
-    }
-
-    if (!serviceRunning(kPortalService)) {
+    } else if (serviceRunning(kPortalService)) {
+        call = QDBusMessage::createMethodCall(kPortalService, kPortalPath,
+                                              QStringLiteral("org.freedesktop.portal.Inhibit"),
+                                              QStringLiteral("Inhibit"));
+        const uint flags = hold == Hold::Screen ? (kPortalIdle | kPortalSuspend) : kPortalSuspend;
+        call << QString() << flags << QVariantMap{{QStringLiteral("reason"), reason}};
+    } else {
         qCDebug(lcDesktop) << "no screen saver or portal to inhibit";
         return;
     }
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        kPortalService, kPortalPath, QStringLiteral("org.freedesktop.portal.Inhibit"),
-        QStringLiteral("Inhibit"));
-    const uint flags = hold == Hold::Screen ? (kPortalIdle | kPortalSuspend) : kPortalSuspend;
-    call << QString() << flags << QVariantMap{{QStringLiteral("reason"), reason}};
-    auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this,
-            [this, generation](QDBusPendingCallWatcher* watcher) {
-                watcher->deleteLater();
-                const QDBusPendingReply<QDBusObjectPath> reply = *watcher;
-                if (reply.isError()) {
-                    qCInfo(lcDesktop) << "portal refused to inhibit:" << reply.error().message();
-                    return;
-                }
-                if (generation == m_generation)
-                    m_grant.request = reply.value();
-                else
-                    drop({std::nullopt, reply.value()});
-            });
+
+    // The watcher outlives us if the window closes while the desktop is answering: a grant that
+    // arrives for nobody, or for an older state, is handed back at once instead of leaking.
+    const bool portal = call.service() == kPortalService;
+    auto* watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call));
+    QPointer<ScreenSaverInhibitor> self(this);
+    QObject::connect(
+        watcher, &QDBusPendingCallWatcher::finished, watcher,
+        [self, bus = m_bus, generation, portal](QDBusPendingCallWatcher* watcher) {
+            watcher->deleteLater();
+            const QDBusMessage reply = watcher->reply();
+            if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty()) {
+                qCInfo(lcDesktop) << "the desktop refused to inhibit:" << reply.errorMessage();
+                return;
+            }
+            Grant grant;
+            if (portal)
+                grant.request = reply.arguments().first().value<QDBusObjectPath>();
+            else
+                grant.cookie = reply.arguments().first().toUInt();
+            if (self && generation == self->m_generation)
+                self->m_grant = grant;
+            else
+                drop(bus, grant);
+        });
 }
 
-void ScreenSaverInhibitor::drop(const Grant& grant)
+void ScreenSaverInhibitor::drop(QDBusConnection bus, const Grant& grant)
 {
     // Sent without waiting for an answer: nothing useful can be done with a failure, and the
     // window may be closing.
@@ -129,12 +124,12 @@ void ScreenSaverInhibitor::drop(const Grant& grant)
             QDBusMessage::createMethodCall(kScreenSaverService, kScreenSaverPath,
                                            kScreenSaverService, QStringLiteral("UnInhibit"));
         call << *grant.cookie;
-        m_bus.send(call);
+        bus.send(call);
     }
     if (grant.request) {
-        m_bus.send(QDBusMessage::createMethodCall(kPortalService, grant.request->path(),
-                                                  QStringLiteral("org.freedesktop.portal.Request"),
-                                                  QStringLiteral("Close")));
+        bus.send(QDBusMessage::createMethodCall(kPortalService, grant.request->path(),
+                                                QStringLiteral("org.freedesktop.portal.Request"),
+                                                QStringLiteral("Close")));
     }
 }
 

@@ -39,7 +39,7 @@ private:
 
     void update();
     void acquire(Hold hold);
-    void drop(const Grant& grant);
+    static void drop(QDBusConnection bus, const Grant& grant);
     bool serviceRunning(const QString& name) const;
 
     Player& m_player;
