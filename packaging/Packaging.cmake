@@ -1,6 +1,10 @@
 # CPack: a Debian package of what `cmake --install` installs. Shared-library dependencies come from
 # dpkg-shlibdeps; what the program loads at run time (QML modules, Qt and GStreamer plugins) is
 # named here by its Debian package.
+# Installing (and packing) must not build every test and benchmark first: scripts/package builds
+# the player itself.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
+
 set(CPACK_PACKAGE_NAME quorvane-player)
 set(CPACK_PACKAGE_VENDOR "Quorvane")
 set(CPACK_PACKAGE_CONTACT "Quorvane Player developers <player@quorvane.invalid>")
