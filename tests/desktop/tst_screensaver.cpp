@@ -4,6 +4,7 @@
 #include "ScreenSaverInhibitor.h"
 
 #include <QDBusConnectionInterface>
+#include <QScopeGuard>
 
 using namespace quorvane;
 using namespace quorvane::testing;
@@ -31,6 +32,46 @@ public slots:
         ++uninhibits;
         held.remove(cookie);
     }
+};
+
+// The desktop portal's Inhibit: each grant is a request object whose Close() ends it.
+class StandInPortalRequest : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.Request")
+
+public:
+    QSet<QString>* open = nullptr;
+    QString path;
+
+public slots:
+    Q_SCRIPTABLE void Close() { open->remove(path); }
+};
+
+class StandInPortal : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.portal.Inhibit")
+
+public:
+    explicit StandInPortal(QDBusConnection bus) : m_bus(std::move(bus)) {}
+    QList<uint> flags;
+    QSet<QString> open;
+
+public slots:
+    Q_SCRIPTABLE QDBusObjectPath Inhibit(const QString&, uint flags, const QVariantMap&)
+    {
+        this->flags.append(flags);
+        auto* request = new StandInPortalRequest;
+        request->setParent(this);
+        request->open = &open;
+        request->path =
+            QStringLiteral("/org/freedesktop/portal/desktop/request/t%1").arg(this->flags.size());
+        m_bus.registerObject(request->path, request, QDBusConnection::ExportScriptableSlots);
+        open.insert(request->path);
+        return QDBusObjectPath(request->path);
+    }
+
+private:
+    QDBusConnection m_bus;
 };
 
 class TestScreenSaver : public QObject {
@@ -115,6 +156,37 @@ private slots:
         settle();
         QCOMPARE(inhibitor->held(), ScreenSaverInhibitor::Hold::Sleep);
         QCOMPARE(saver->inhibits, 0);
+    }
+
+    void thePortalStandsInForAMissingScreenSaver()
+    {
+        service.unregisterService("org.freedesktop.ScreenSaver");
+        StandInPortal portal(service);
+        QVERIFY(service.registerObject("/org/freedesktop/portal/desktop", &portal,
+                                       QDBusConnection::ExportScriptableSlots));
+        QVERIFY(service.registerService("org.freedesktop.portal.Desktop"));
+        const auto unregister = qScopeGuard([&] {
+            service.unregisterService("org.freedesktop.portal.Desktop");
+            service.unregisterObject("/org/freedesktop/portal/desktop",
+                                     QDBusConnection::UnregisterTree);
+        });
+
+        const QUrl video = t->media("native-h264-aac.mp4", "v/1.mp4");
+        const QUrl audio = t->media("native-aac.m4a", "a/1.m4a");
+        t->player.open(video);
+        QVERIFY(waitPlaying(video));
+        QTRY_COMPARE_WITH_TIMEOUT(portal.open.size(), 1, 5000);
+        t->player.toggle();
+        QTRY_VERIFY_WITH_TIMEOUT(portal.open.isEmpty(), 5000);
+        // Audio asks only that the computer does not suspend (4); video also keeps it from idling
+        // (8).
+        t->player.open(audio);
+        QVERIFY(waitPlaying(audio));
+        QTRY_COMPARE_WITH_TIMEOUT(portal.flags, (QList<uint>{12, 4}), 5000);
+        QCOMPARE(portal.open.size(), 1);
+        QCOMPARE(saver->inhibits, 0);
+        inhibitor.reset();
+        QTRY_VERIFY_WITH_TIMEOUT(portal.open.isEmpty(), 5000);
     }
 
     void aMissingServiceIsNotAnError()
