@@ -44,13 +44,14 @@ QList<QUrl> SingleInstance::filesFromArguments(const QStringList& arguments)
     QList<QUrl> files;
     for (const QString& argument : arguments) {
         if (argument.isEmpty() || argument.startsWith(QLatin1Char('-'))) continue;
+        // A file whose name looks like a URL ("clip:1.mkv") is still a file.
         const QUrl url(argument, QUrl::StrictMode);
-        if (url.isLocalFile()) {
-            files.append(url);
-        } else if (url.scheme().isEmpty() || url.scheme().size() == 1) {
-            // A plain path (a one-letter "scheme" is a Windows drive).
+        if (QFileInfo::exists(argument) || url.scheme().isEmpty())
             files.append(QUrl::fromLocalFile(QFileInfo(argument).absoluteFilePath()));
-        }
+        else if (url.isLocalFile())
+            files.append(url);
+        else
+            qCInfo(lcDesktop) << "ignored an argument that is not a file:" << url.scheme();
     }
     return files;
 }

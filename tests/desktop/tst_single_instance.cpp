@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QLocalSocket>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -106,12 +107,18 @@ private slots:
 
     void argumentsBecomeFileUrls()
     {
-        const QString relative = QStringLiteral("movie.mkv");
+        // Relative names resolve against the working folder, where "clip:1.mkv" exists.
+        const QString previous = QDir::currentPath();
+        QDir::setCurrent(m_dir.path());
+        const auto restore = qScopeGuard([&] { QDir::setCurrent(previous); });
+        QFile(QStringLiteral("clip:1.mkv")).open(QIODevice::WriteOnly);
         const QList<QUrl> files = SingleInstance::filesFromArguments(
-            {relative, "/abs/clip.webm", "file:///abs/song.flac", "http://host/x", "-v", ""});
-        QCOMPARE(files, (QList<QUrl>{
-                            QUrl::fromLocalFile(QDir::current().absoluteFilePath(relative)),
-                            QUrl::fromLocalFile("/abs/clip.webm"), QUrl("file:///abs/song.flac")}));
+            {"movie.mkv", "/abs/clip.webm", "file:///abs/song.flac", "http://host/x", "-v", "",
+             "clip:1.mkv", "other:2.mkv"});
+        QCOMPARE(files,
+                 (QList<QUrl>{QUrl::fromLocalFile(m_dir.filePath("movie.mkv")),
+                              QUrl::fromLocalFile("/abs/clip.webm"), QUrl("file:///abs/song.flac"),
+                              QUrl::fromLocalFile(m_dir.filePath("clip:1.mkv"))}));
     }
 };
 
