@@ -19,8 +19,8 @@ void openHandedFiles(Player& player, const QList<QUrl>& files)
 void raiseWindows()
 {
     for (QWindow* window : QGuiApplication::topLevelWindows()) {
-        if (!window->isVisible() && window->windowState() != Qt::WindowMinimized) continue;
-        if (window->windowState() & Qt::WindowMinimized)
+        if (!window->isVisible()) continue; // a hidden dialog stays hidden
+        if (window->windowStates() & Qt::WindowMinimized)
             window->setWindowStates(window->windowStates() & ~Qt::WindowMinimized);
         window->raise();
         window->requestActivate();

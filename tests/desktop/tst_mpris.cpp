@@ -6,6 +6,7 @@
 
 #include <QDBusObjectPath>
 #include <QSignalSpy>
+#include <QWindow>
 
 #include <cmath>
 
@@ -212,6 +213,26 @@ private slots:
         QVERIFY(waitPlaying(c));
         openHandedFiles(t.player, {}); // a launch without files changes nothing
         QCOMPARE(t.player.currentURL(), c);
+    }
+
+    void aLaterLaunchReachesThePlayerAndRaisesTheWindow()
+    {
+        QTemporaryDir socketDir;
+        const QString server = socketDir.filePath("player.socket");
+        SingleInstance running(server);
+        QVERIFY(running.start({}));
+        const QDBusConnection none = QDBusConnection::connectToBus(
+            QStringLiteral("unix:path=/nonexistent/bus"), QStringLiteral("no-bus"));
+        QTest::ignoreMessage(QtInfoMsg, "no session bus: media keys and MPRIS control are off");
+        DesktopIntegration desktop(t.player, &running, none);
+        QWindow window;
+        window.show();
+        window.setWindowStates(Qt::WindowMinimized);
+
+        SingleInstance later(server);
+        QVERIFY(!later.start({b}));
+        QVERIFY(waitPlaying(b));
+        QTRY_VERIFY(!(window.windowStates() & Qt::WindowMinimized));
     }
 
     void withoutASessionBusThePlayerRuns()
