@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QLocalSocket>
 #include <QPointer>
+#include <QRegularExpression>
 #include <QStandardPaths>
 
 namespace quorvane {
@@ -32,11 +33,18 @@ SingleInstance::SingleInstance(QString serverName, QObject* parent)
 
 QString SingleInstance::defaultServerName()
 {
+    // One player per graphical session: a second display (another login, a virtual X server
+    // running tests) gets a player of its own.
+    QString display = qEnvironmentVariable("WAYLAND_DISPLAY");
+    if (display.isEmpty()) display = qEnvironmentVariable("DISPLAY");
+    display.remove(QRegularExpression(QStringLiteral("[^A-Za-z0-9_.-]")));
+    const QString name = display.isEmpty() ? QStringLiteral("quorvane-player")
+                                           : QStringLiteral("quorvane-player-") + display;
+
     const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (!runtime.isEmpty()) return QDir(runtime).filePath(QStringLiteral("quorvane-player.socket"));
+    if (!runtime.isEmpty()) return QDir(runtime).filePath(name + QStringLiteral(".socket"));
     // QLocalServer puts a bare name in the temporary folder, shared by every user: name the user.
-    return QStringLiteral("quorvane-player-%1")
-        .arg(qEnvironmentVariable("USER", QStringLiteral("user")));
+    return name + QLatin1Char('-') + qEnvironmentVariable("USER", QStringLiteral("user"));
 }
 
 QList<QUrl> SingleInstance::filesFromArguments(const QStringList& arguments)

@@ -16,7 +16,7 @@ class SingleInstance : public QObject {
 
 public:
     // `serverName` is a socket path or a name Qt places in its temporary folder; the default is
-    // per user (the runtime folder when there is one).
+    // per user (the runtime folder when there is one) and per display.
     explicit SingleInstance(QString serverName = defaultServerName(), QObject* parent = nullptr);
 
     static QString defaultServerName();

@@ -105,6 +105,25 @@ private slots:
         stop(*next);
     }
 
+    void eachDisplayHasItsOwnPlayer()
+    {
+        const QByteArray wayland = qgetenv("WAYLAND_DISPLAY"), x11 = qgetenv("DISPLAY");
+        const auto restore = qScopeGuard([&] {
+            qputenv("WAYLAND_DISPLAY", wayland);
+            qputenv("DISPLAY", x11);
+        });
+        qunsetenv("WAYLAND_DISPLAY");
+        qputenv("DISPLAY", ":7");
+        const QString seven = SingleInstance::defaultServerName();
+        qputenv("DISPLAY", ":8.0");
+        const QString eight = SingleInstance::defaultServerName();
+        qputenv("WAYLAND_DISPLAY", "wayland-0");
+        const QString wayland0 = SingleInstance::defaultServerName();
+        QVERIFY(seven.endsWith("quorvane-player-7.socket") ||
+                seven.endsWith("quorvane-player-7-" + qgetenv("USER")));
+        QVERIFY(seven != eight && eight != wayland0 && wayland0.contains("wayland-0"));
+    }
+
     void argumentsBecomeFileUrls()
     {
         // Relative names resolve against the working folder, where "clip:1.mkv" exists.
