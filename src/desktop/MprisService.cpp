@@ -37,8 +37,8 @@ MprisService::MprisService(Player& player, QDBusConnection bus, QObject* parent)
         qCWarning(lcDesktop) << "MPRIS: cannot export" << kObjectPath;
         return;
     }
-    // A second player (another user's session shares nothing, but a test run might) takes the
-    // per-process name the MPRIS convention reserves for that.
+    // A second player on the same bus (one runs per display) takes the per-process name that the
+    // MPRIS convention reserves for that.
     for (const QString& name :
          {kServiceName,
           kServiceName + QStringLiteral(".instance%1").arg(QCoreApplication::applicationPid())}) {
