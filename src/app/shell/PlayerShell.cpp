@@ -67,20 +67,6 @@ QQuickWindow* PlayerShell::window() const
     return roots.isEmpty() ? nullptr : qobject_cast<QQuickWindow*>(roots.first());
 }
 
-void PlayerShell::openFiles(const QStringList& paths)
-{
-    QList<QUrl> urls;
-    for (const QString& path : paths) {
-        const QUrl given(path);
-        urls.append(given.isLocalFile() ? given
-                                        : QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()));
-    }
-    if (urls.size() == 1)
-        m_player.open(urls.first());
-    else if (!urls.isEmpty())
-        m_player.addFiles(true, urls);
-}
-
 void PlayerShell::applyLanguage()
 {
     m_translator.setLanguage(m_localizer.language());

@@ -35,10 +35,6 @@ public:
     Localizer& localizer() { return m_localizer; }
     AppSettings& appSettings() { return m_appSettings; }
 
-    // Files handed over by the desktop (command line, a second instance): one file is opened,
-    // several go to the playlist with the first opened. Relative paths are taken from the
-    // current directory.
-    void openFiles(const QStringList& paths);
 
 private:
     void applyLanguage();

@@ -1,5 +1,7 @@
-// Starts the player: one settings store, one Player, the player window. Files named on the
-// command line are opened at once.
+// Starts the player: one settings store, one Player, the player window, and the desktop around it
+// (single instance, MPRIS, screen-saver inhibition). Files named on the command line are opened at
+// once; a second launch hands them to the running player instead.
+#include "DesktopIntegration.h"
 #include "Player.h"
 #include "PlayerShell.h"
 
@@ -15,14 +17,19 @@ int main(int argc, char* argv[])
     QGuiApplication app(argc, argv);
     QGuiApplication::setDesktopFileName(QStringLiteral("quorvane-player"));
 
+    // A second launch hands its files to the running player and ends here.
+    const QList<QUrl> files = quorvane::SingleInstance::filesFromArguments(app.arguments().mid(1));
+    quorvane::SingleInstance instance;
+    if (!instance.start(files)) return 0;
+
     QSettings settings;
     quorvane::Player player(&settings);
     quorvane::PlayerShell shell(player);
     if (!shell.load()) return 1;
 
-    // Files handed over on the command line: one is opened, several fill the playlist. (A
-    // second instance hands its files to the first one here too.)
-    shell.openFiles(app.arguments().mid(1));
+    quorvane::DesktopIntegration desktop(player, &instance);
+    // One file is opened, several fill the playlist with the first one playing.
+    quorvane::openHandedFiles(player, files);
 
     // Closing the window saves the position too; quitting by other means must not lose it.
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &player,
