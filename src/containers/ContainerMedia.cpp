@@ -21,7 +21,7 @@ std::shared_ptr<ContainerMedia> ContainerMedia::open(const QString& path, Cancel
     QVMedia* handle = qv_media_open(nativePath.constData(), engine::cancelCallback(cancel),
                                     engine::cancelContext(cancel), &code);
     if (!handle) {
-        if (code == engine::kCancelledCode) throw ContainerCancelled();
+        if (code == QV_MEDIA_CANCELLED) throw ContainerCancelled();
         throw ContainerError(qint32(code));
     }
     return std::shared_ptr<ContainerMedia>(new ContainerMedia(handle, std::move(cancel)));
@@ -53,6 +53,7 @@ QByteArray ContainerMedia::read(quint64 offset, quint64 count) const
     QByteArray buffer(qsizetype(count), Qt::Uninitialized);
     const int64_t copied =
         qv_media_read(m_handle, offset, reinterpret_cast<uint8_t*>(buffer.data()), count);
+    if (copied == -QV_MEDIA_CANCELLED) throw ContainerCancelled();
     if (copied < 0) throw ContainerError(ContainerError::InputOutput);
     buffer.truncate(qsizetype(copied));
     return buffer;

@@ -29,7 +29,7 @@ using CancelFlag = std::shared_ptr<std::atomic_bool>;
 class ContainerMedia {
 public:
     // Largest count that read() accepts.
-    static constexpr quint64 kMaxRead = 1'048'576;
+    static constexpr quint64 kMaxRead = QV_MEDIA_MAX_READ;
 
     // Opens a local file. A URL that is not a file URL is ContainerError 2; an engine failure is
     // ContainerError with the engine's code; a set cancel flag is ContainerCancelled.
@@ -43,8 +43,9 @@ public:
     ContainerMedia& operator=(const ContainerMedia&) = delete;
 
     // The bytes at [offset, offset + count) of the virtual file, shorter at its end (empty exactly
-    // at the end). A count above kMaxRead is ContainerError 1; any engine failure, an offset
-    // beyond the end included, is ContainerError 5. Any thread.
+    // at the end). A count above kMaxRead is ContainerError 1; a read stopped by the cancel flag is
+    // ContainerCancelled; any other engine failure, an offset beyond the end included, is
+    // ContainerError 5. Any thread.
     QByteArray read(quint64 offset, quint64 count) const;
 
     quint64 length() const { return m_length; }

@@ -4,9 +4,9 @@
 #include "audio/audio_samples.h"
 #include "audio/flac.h"
 #include "ebml.h"
+#include "engine_limits.h"
 #include "failure.h"
 #include "lacing.h"
-#include "engine_limits.h"
 #include "matroska_ids.h"
 
 #include <cmath>
@@ -272,7 +272,7 @@ void Demuxer::trackEntry(const Element& entry)
     if (track.codec == Codec::Aac) {
         try {
             track.audio = qv_audio::aac(track.codecPrivate);
-        } catch (const qv_audio::Error& error) {
+        } catch (const Failure& error) {
             if (error.code() == kUnsupported) return; // a profile MP4 cannot carry: skip the track
             throw;
         }

@@ -1,9 +1,8 @@
 // The flat C boundary: every exception stops here and becomes a return value.
 #include "qv_media.h"
 
-#include "audio/audio_error.h"
-#include "failure.h"
 #include "engine_limits.h"
+#include "failure.h"
 #include "media.h"
 #include "transport_stream.h"
 
@@ -20,8 +19,6 @@ template <typename Body> std::uint32_t guarded(Body&& body) noexcept
         return 0;
     } catch (const qv::Failure& failure) {
         return failure.code();
-    } catch (const qv_audio::Error& error) {
-        return error.code();
     } catch (const std::bad_alloc&) {
         return qv::kTooLarge;
     } catch (const std::length_error&) {
@@ -34,6 +31,25 @@ template <typename Body> std::uint32_t guarded(Body&& body) noexcept
 } // namespace
 
 extern "C" {
+
+const char* qv_media_error_text(uint32_t code)
+{
+    switch (code) {
+    case QV_MEDIA_OK:
+        return "no error";
+    case QV_MEDIA_MALFORMED:
+        return "malformed or out of range";
+    case QV_MEDIA_UNSUPPORTED:
+        return "unsupported";
+    case QV_MEDIA_TOO_LARGE:
+        return "too large or out of memory";
+    case QV_MEDIA_CANCELLED:
+        return "cancelled";
+    case QV_MEDIA_INPUT_OUTPUT:
+        return "input/output error";
+    }
+    return "unknown error";
+}
 
 QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error)
 {
@@ -85,17 +101,18 @@ uint32_t qv_media_format(const QVMedia* media)
 
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count)
 {
-    if (!media || !buffer || count > qv::limits::kMaxRead || offset > media->size) return -1;
+    if (!media || !buffer || count > qv::limits::kMaxRead || offset > media->size)
+        return -std::int64_t{qv::kMalformed};
     std::lock_guard lock(media->mutex);
     const uint64_t n = std::min(media->size - offset, count);
     if (n == 0) return 0;
     const auto code = guarded([&] { media->read(offset, buffer, n); });
-    return code == 0 ? static_cast<int64_t>(n) : -1;
+    return code == 0 ? static_cast<int64_t>(n) : -static_cast<int64_t>(code);
 }
 
 int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context)
 {
-    if (!path) return -1;
+    if (!path) return -static_cast<int32_t>(qv::kMalformed);
     int32_t result = 0;
     const auto code = guarded([&] {
         qv::Reader reader(path, cancel, context);

@@ -14,8 +14,7 @@ using namespace qv_test;
 
 namespace {
 
-const std::filesystem::path kSeeds =
-    std::filesystem::path(__FILE__).parent_path() / "../../fuzz/corpus/media";
+const std::filesystem::path kSeeds = QV_MEDIA_SEEDS;
 
 // A fixed xorshift generator, so a failing variant can be found again by its number.
 std::uint64_t randomNumber()

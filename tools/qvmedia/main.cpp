@@ -4,7 +4,6 @@
 //   qvmedia presence FILE    what a transport stream carries: "audio, video", "audio", "video"
 //                            or "none"
 // A failure prints "error N: <meaning>" on standard error and exits with the engine code N.
-#include "engine/failure.h"
 #include "engine/media.h"
 #include "engine/qv_media.h"
 
@@ -18,7 +17,7 @@ namespace {
 
 int failWith(std::uint32_t code)
 {
-    std::fprintf(stderr, "error %u: %s\n", code, qv::describe(code));
+    std::fprintf(stderr, "error %u: %s\n", code, qv_media_error_text(code));
     return static_cast<int>(code);
 }
 
@@ -61,7 +60,7 @@ int info(const QVMedia& media)
 int cat(QVMedia& media, const char* outPath)
 {
     std::FILE* out = outPath ? std::fopen(outPath, "wb") : stdout;
-    if (!out) return failWith(qv::kInputOutput);
+    if (!out) return failWith(QV_MEDIA_INPUT_OUTPUT);
     std::vector<std::uint8_t> buffer(QV_MEDIA_MAX_READ);
     const std::uint64_t size = qv_media_size(&media);
     std::uint64_t offset = 0;
@@ -69,17 +68,17 @@ int cat(QVMedia& media, const char* outPath)
     while (offset < size) {
         const auto n = qv_media_read(&media, offset, buffer.data(), buffer.size());
         if (n <= 0) {
-            status = failWith(qv::kInputOutput);
+            status = failWith(QV_MEDIA_INPUT_OUTPUT);
             break;
         }
         if (std::fwrite(buffer.data(), 1, static_cast<std::size_t>(n), out) !=
             static_cast<std::size_t>(n)) {
-            status = failWith(qv::kInputOutput);
+            status = failWith(QV_MEDIA_INPUT_OUTPUT);
             break;
         }
         offset += static_cast<std::uint64_t>(n);
     }
-    if (std::fflush(out) != 0 && status == 0) status = failWith(qv::kInputOutput);
+    if (std::fflush(out) != 0 && status == 0) status = failWith(QV_MEDIA_INPUT_OUTPUT);
     if (outPath) std::fclose(out);
     return status;
 }

@@ -42,7 +42,7 @@ std::uint32_t dolbySamples(qv::Reader& reader, qv::Codec codec, std::uint64_t po
             offset += frame.frameSize;
         }
     }
-    if (total == 0 || total > 0xFFFFFFFFu) fail(1);
+    if (total == 0 || total > 0xFFFFFFFFu) qv::fail(qv::kMalformed);
     return static_cast<std::uint32_t>(total);
 }
 
@@ -69,11 +69,11 @@ std::uint32_t audioSamples(qv::Reader& reader, const qv::Track& track, std::uint
     case qv::Codec::Mp3: {
         const auto frame = mpegAudioFrame(head(reader, position, size, 4));
         // Layers I and II would need another sample description than ".mp3".
-        if (frame.layer != 3) fail(2);
+        if (frame.layer != 3) qv::fail(qv::kUnsupported);
         return frame.samplesPerFrame;
     }
     default:
-        fail(2);
+        qv::fail(qv::kUnsupported);
     }
 }
 
