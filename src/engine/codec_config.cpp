@@ -1,6 +1,7 @@
 #include "codec_config.h"
 
 #include "audio/ac3.h"
+#include "audio/alac.h"
 #include "audio/flac.h"
 #include "audio/mpeg_audio.h"
 #include "audio/opus.h"
@@ -142,6 +143,11 @@ void prepareCodecConfig(Reader& reader, Track& track)
         const auto frame = qv_audio::eac3Frame(firstFrame(reader, track, limits::kMaxRead));
         track.audio = {frame.sampleRate, frame.channels, frame.samplesPerFrame, 16};
         track.config = frame.dec3;
+        break;
+    }
+    case Codec::Alac: {
+        const auto alac = qv_audio::alacConfiguration(track.codecPrivate);
+        track.config.assign(alac.config.begin(), alac.config.end());
         break;
     }
     case Codec::Mp3: {

@@ -28,6 +28,8 @@ inline constexpr std::uint64_t kMaxDocType = 16;
 inline constexpr std::uint64_t kMaxCodecId = 128;
 inline constexpr std::uint64_t kMaxLanguage = 64;
 inline constexpr std::uint64_t kMaxName = 4'096;
+// A track name as the movie carries it (hdlr and udta), in bytes; longer names are cut.
+inline constexpr std::size_t kMaxTitle = 255;
 // Video and colour values must stay below this.
 inline constexpr std::uint64_t kMaxDimension = 65'536;
 

@@ -31,6 +31,8 @@ const char* codecName(Codec codec) noexcept
         return "eac3";
     case Codec::Mp3:
         return "mp3";
+    case Codec::Alac:
+        return "alac";
     case Codec::Unknown:
         break;
     }

@@ -28,6 +28,12 @@ template <typename Body> std::uint32_t guarded(Body&& body) noexcept
     }
 }
 
+// The track at index, or null for a null handle or an index past the last track.
+const qv::Track* trackAt(const QVMedia* media, uint32_t index)
+{
+    return media && index < media->tracks.size() ? &media->tracks[index] : nullptr;
+}
+
 } // namespace
 
 extern "C" {
@@ -97,6 +103,35 @@ uint32_t qv_media_audio_tracks(const QVMedia* media)
 uint32_t qv_media_format(const QVMedia* media)
 {
     return media ? media->format : 0;
+}
+
+uint32_t qv_media_track_count(const QVMedia* media)
+{
+    return media ? static_cast<uint32_t>(media->tracks.size()) : 0;
+}
+
+uint32_t qv_media_track_kind(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? t->kind : 0;
+}
+
+const char* qv_media_track_codec(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? qv::codecName(t->codec) : "";
+}
+
+const char* qv_media_track_language(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? t->language.c_str() : "";
+}
+
+const char* qv_media_track_name(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? t->name.c_str() : "";
 }
 
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count)

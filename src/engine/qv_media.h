@@ -59,6 +59,9 @@ typedef enum qv_media_error {
  * "unknown error" for a value that is not a code. The text is static; never free it. */
 const char* qv_media_error_text(uint32_t code);
 
+/* Track kinds returned by qv_media_track_kind. */
+enum { QV_MEDIA_TRACK_VIDEO = 1, QV_MEDIA_TRACK_AUDIO = 2 };
+
 /* Presence bits returned by qv_media_transport_presence. */
 enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
 
@@ -92,6 +95,30 @@ uint32_t qv_media_audio_tracks(const QVMedia* media);
 
 /* QV_MEDIA_FORMAT_MATROSKA (Matroska and WebM) or QV_MEDIA_FORMAT_FLV; 0 for null. */
 uint32_t qv_media_format(const QVMedia* media);
+
+/*
+ * Each track of the virtual movie, in the movie's order: track i (from 0) is the MP4 track with ID
+ * i + 1. An index at or beyond qv_media_track_count, or a null handle, gives 0 or "". The texts
+ * belong to the handle and stay valid until qv_media_close. Any thread.
+ */
+
+/* Number of tracks (video and audio); 0 for null. */
+uint32_t qv_media_track_count(const QVMedia* media);
+
+/* QV_MEDIA_TRACK_VIDEO or QV_MEDIA_TRACK_AUDIO. */
+uint32_t qv_media_track_kind(const QVMedia* media, uint32_t track);
+
+/* The codec's short name: "avc", "hevc", "vp9", "av1", "aac", "opus", "flac", "ac3", "eac3",
+ * "mp3" or "alac". */
+const char* qv_media_track_codec(const QVMedia* media, uint32_t track);
+
+/* The track's language as the three lowercase letters of ISO 639-2/T ("eng", "jpn"), as written
+ * into its mdhd box; "und" when the file does not say or says something that is not a language. */
+const char* qv_media_track_language(const QVMedia* media, uint32_t track);
+
+/* The track's name from the file (UTF-8, at most 255 bytes, as written into its hdlr and udta
+ * boxes); "" when it has none. */
+const char* qv_media_track_name(const QVMedia* media, uint32_t track);
 
 /*
  * Copies up to `count` bytes of the virtual file, starting at `offset`, into `buffer`.

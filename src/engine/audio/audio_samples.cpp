@@ -1,6 +1,7 @@
 #include "audio_samples.h"
 
 #include "ac3.h"
+#include "alac.h"
 #include "flac.h"
 #include "mpeg_audio.h"
 #include "opus.h"
@@ -63,6 +64,8 @@ std::uint32_t audioSamples(qv::Reader& reader, const qv::Track& track, std::uint
     }
     case qv::Codec::Flac:
         return flacFrameSamples(head(reader, position, size, 16));
+    case qv::Codec::Alac:
+        return alacFrameSamples(head(reader, position, size, 7), track.audio.samplesPerFrame);
     case qv::Codec::Ac3:
     case qv::Codec::Eac3:
         return dolbySamples(reader, track.codec, position, size);
