@@ -8,6 +8,9 @@
 using namespace qv_transport;
 using namespace qv_test;
 
+constexpr std::uint32_t kAudio = QV_MEDIA_HAS_AUDIO;
+constexpr std::uint32_t kVideo = QV_MEDIA_HAS_VIDEO;
+
 namespace {
 
 void appendCrc(Bytes& section)
