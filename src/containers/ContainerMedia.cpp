@@ -40,6 +40,11 @@ ContainerMedia::ContainerMedia(QVMedia* handle, CancelFlag cancel)
       m_format(qv_media_format(handle) == QV_MEDIA_FORMAT_MATROSKA ? QStringLiteral("matroska")
                                                                    : QStringLiteral("flv"))
 {
+    for (uint32_t i = 0; i < qv_media_track_count(handle); ++i)
+        m_tracks.append({qv_media_track_kind(handle, i) == QV_MEDIA_TRACK_VIDEO,
+                         QString::fromUtf8(qv_media_track_codec(handle, i)),
+                         QString::fromUtf8(qv_media_track_language(handle, i)),
+                         QString::fromUtf8(qv_media_track_name(handle, i))});
 }
 
 ContainerMedia::~ContainerMedia()

@@ -12,6 +12,7 @@
 
 #include <QByteArray>
 #include <QFuture>
+#include <QList>
 #include <QString>
 #include <QUrl>
 
@@ -28,6 +29,14 @@ using CancelFlag = std::shared_ptr<std::atomic_bool>;
 
 class ContainerMedia {
 public:
+    // One track of the virtual movie as the engine describes it (qv_media_track_*).
+    struct Track {
+        bool video = false;
+        QString codec;    // "avc", "aac", ...
+        QString language; // ISO 639-2/T, "und" when the file does not say
+        QString name;     // the file's own name for the track, often empty
+    };
+
     // Largest count that read() accepts.
     static constexpr quint64 kMaxRead = QV_MEDIA_MAX_READ;
 
@@ -54,6 +63,8 @@ public:
     quint32 audioTracks() const { return m_audioTracks; }
     // "matroska" (Matroska and WebM) or "flv".
     QString format() const { return m_format; }
+    // Every track in the movie's order.
+    const QList<Track>& tracks() const { return m_tracks; }
 
 private:
     ContainerMedia(QVMedia* handle, CancelFlag cancel);
@@ -66,6 +77,7 @@ private:
     quint32 m_videoTracks;
     quint32 m_audioTracks;
     QString m_format;
+    QList<Track> m_tracks;
 };
 
 } // namespace quorvane

@@ -36,26 +36,34 @@ const qv::Track* trackAt(const QVMedia* media, uint32_t index)
 
 } // namespace
 
-extern "C" {
+namespace qv {
 
-const char* qv_media_error_text(uint32_t code)
+QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context,
+                   std::uint32_t* error) noexcept
 {
-    switch (code) {
-    case QV_MEDIA_OK:
-        return "no error";
-    case QV_MEDIA_MALFORMED:
-        return "malformed or out of range";
-    case QV_MEDIA_UNSUPPORTED:
-        return "unsupported";
-    case QV_MEDIA_TOO_LARGE:
-        return "too large or out of memory";
-    case QV_MEDIA_CANCELLED:
-        return "cancelled";
-    case QV_MEDIA_INPUT_OUTPUT:
-        return "input/output error";
-    }
-    return "unknown error";
+    if (error) *error = 0;
+    QVMedia* media = nullptr;
+    const auto code = guarded([&] { media = new QVMedia(makeSource(), cancel, context); });
+    if (code != 0 && error) *error = code;
+    return code == 0 ? media : nullptr;
 }
+
+std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
+                               void* context) noexcept
+{
+    std::int32_t result = 0;
+    const auto code = guarded([&] {
+        Reader reader(makeSource(), cancel, context);
+        const auto data = reader.bytes(0, std::min(reader.size(), limits::kTransportScanBytes));
+        result = static_cast<std::int32_t>(qv_transport::presence(data));
+        reader.check();
+    });
+    return code == 0 ? result : -static_cast<std::int32_t>(code);
+}
+
+} // namespace qv
+
+extern "C" {
 
 QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error)
 {
@@ -64,10 +72,8 @@ QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* contex
         if (error) *error = qv::kMalformed;
         return nullptr;
     }
-    QVMedia* media = nullptr;
-    const auto code = guarded([&] { media = new QVMedia(path, cancel, context); });
-    if (code != 0 && error) *error = code;
-    return code == 0 ? media : nullptr;
+    return qv::openMedia([path] { return std::make_unique<qv::FileSource>(path); }, cancel, context,
+                         error);
 }
 
 void qv_media_close(QVMedia* media)
@@ -148,14 +154,8 @@ int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t
 int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context)
 {
     if (!path) return -static_cast<int32_t>(qv::kMalformed);
-    int32_t result = 0;
-    const auto code = guarded([&] {
-        qv::Reader reader(path, cancel, context);
-        const auto data = reader.bytes(0, std::min(reader.size(), qv::limits::kTransportScanBytes));
-        result = static_cast<int32_t>(qv_transport::presence(data));
-        reader.check();
-    });
-    return code == 0 ? result : -static_cast<int32_t>(code);
+    return qv::transportPresence([path] { return std::make_unique<qv::FileSource>(path); }, cancel,
+                                 context);
 }
 
 } // extern "C"

@@ -57,16 +57,6 @@ private slots:
         QCOMPARE(outcome([&] { future.result(); }), kCancelled);
         QCOMPARE(outcome([&] { ContainerMedia::open(text, std::make_shared<std::atomic_bool>()); }),
                  2);
-
-        // The flag stays with the opened media: a later read of the source is cancelled too, while
-        // the header, held in memory, still reads.
-        const QStringList fixtures = containerFixtures();
-        QVERIFY(!fixtures.isEmpty());
-        const auto flag = std::make_shared<std::atomic_bool>(false);
-        const auto media = ContainerMedia::open(fixtures.first(), flag);
-        flag->store(true);
-        QCOMPARE(outcome([&] { media->read(media->length() - 1, 1); }), kCancelled);
-        QCOMPARE(media->read(0, 8).size(), 8);
     }
 
     void errorsNameTheirCodeAndMeaning()

@@ -25,9 +25,8 @@ Bytes ac3Frame()
 
 qv::Track demux(const std::string& codec, const Bytes& extra, const Bytes& blocks)
 {
-    TempFile file(matroskaFile(audioTrack(codec, extra), cluster(0, blocks)));
-    qv::Reader reader(file.path().c_str(), nullptr, nullptr);
-    return qv::matroska(reader).tracks.at(0);
+    return parsed(matroskaFile(audioTrack(codec, extra), cluster(0, blocks)),
+                  [](qv::Reader& reader) { return qv::matroska(reader).tracks.at(0); });
 }
 
 std::uint64_t pcmSamples(const std::string& codec, const Bytes& extra, const Bytes& frame)

@@ -132,9 +132,9 @@ TEST(Media, ManySmallFramesReadBackFromAnyOffset)
             cat({blocks, simpleBlock(static_cast<std::int16_t>((i * 64 + 1) / 3), true, frame)});
         expected = cat({expected, frame});
     }
-    TempFile file(matroskaFile(aacTrack(), cluster(0, blocks)));
+    const Bytes file = matroskaFile(aacTrack(), cluster(0, blocks));
     std::uint32_t code = 0;
-    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
+    QVMedia* media = openBytes(file, code);
     ASSERT_NE(media, nullptr) << code;
     const auto size = qv_media_size(media);
     const auto samples = size - expected.size();

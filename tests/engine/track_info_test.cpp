@@ -86,9 +86,9 @@ TEST(TrackInfo, QueriesAndMovieCarryLanguagesAndNames)
     Bytes blocks;
     for (std::uint8_t n = 1; n <= 3; ++n)
         blocks = cat({blocks, blockOf(n, 0, Bytes(20, n)), blockOf(n, 21, Bytes(20, n))});
-    TempFile file(matroskaFile(tracks, cluster(0, blocks)));
+    const Bytes file = matroskaFile(tracks, cluster(0, blocks));
     std::uint32_t code = 99;
-    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
+    QVMedia* media = openBytes(file, code);
     ASSERT_NE(media, nullptr) << code;
 
     ASSERT_EQ(qv_media_track_count(media), 3u);
