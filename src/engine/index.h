@@ -24,7 +24,6 @@ enum class Codec : std::uint8_t {
     Alac,
 };
 
-bool isVideo(Codec codec) noexcept;
 const char* codecName(Codec codec) noexcept;
 
 // The engine's one numbering of track kinds, the one qv_media_track_kind reports.

@@ -19,6 +19,10 @@ std::string languageFromBcp47(std::string_view tag);
 // The mdhd form of a three-letter lowercase code: each letter minus 0x60 in five bits.
 std::uint16_t packedLanguage(std::string_view code);
 
+// Text with every byte that does not belong to a well-formed UTF-8 sequence replaced by U+FFFD, so
+// that a damaged name cannot reach a box or a caller as invalid UTF-8.
+std::string validUtf8(std::string_view text);
+
 // The longest start of text that has at most limit bytes and does not split a UTF-8 sequence.
 std::string cutUtf8(std::string_view text, std::size_t limit);
 

@@ -150,7 +150,7 @@ void Demuxer::segmentChildren(const Element& segment)
                 const Element c = ebml::element(m_reader, q, e.end);
                 if (c.id == mkv::kTimecodeScale) {
                     const auto scale = ebml::unsignedInteger(m_reader, c);
-                    require(scale >= 1 && scale <= 1'000'000'000);
+                    require(scale >= 1 && scale <= limits::kMaxTimecodeScale);
                     m_index.timecodeScale = scale;
                 }
                 q = c.end;
@@ -210,7 +210,7 @@ void Demuxer::trackEntry(const Element& entry)
         switch (e.id) {
         case mkv::kTrackNumber:
             track.number = ebml::unsignedInteger(m_reader, e);
-            require(track.number >= 1 && track.number <= 2'147'483'647);
+            require(track.number >= 1 && track.number <= limits::kMaxTrackNumber);
             haveNumber = true;
             break;
         case mkv::kTrackType:
@@ -235,8 +235,8 @@ void Demuxer::trackEntry(const Element& entry)
             languageBcp47 = m_reader.text(e.start, e.size(), limits::kMaxLanguage);
             break;
         case mkv::kName:
-            track.name =
-                cutUtf8(m_reader.text(e.start, e.size(), limits::kMaxName), limits::kMaxTitle);
+            track.name = cutUtf8(validUtf8(m_reader.text(e.start, e.size(), limits::kMaxName)),
+                                 limits::kMaxTitle);
             break;
         case mkv::kDefaultDuration:
             track.defaultDuration = ebml::unsignedInteger(m_reader, e);
@@ -375,11 +375,11 @@ void Demuxer::audio(const Element& a, Track& track)
         const Element e = ebml::element(m_reader, p, a.end);
         if (e.id == mkv::kChannels) {
             const auto channels = ebml::unsignedInteger(m_reader, e);
-            require(channels >= 1 && channels <= 8);
+            require(channels >= 1 && channels <= limits::kMaxChannels);
             track.channels = static_cast<std::uint32_t>(channels);
         } else if (e.id == mkv::kSamplingFrequency) {
             const double rate = ebml::floating(m_reader, e);
-            require(rate >= 8000.0 && rate <= 192000.0);
+            require(rate >= limits::kMinSampleRate && rate <= limits::kMaxSampleRate);
             track.sampleRate = static_cast<std::uint32_t>(std::lround(rate));
         }
         p = e.end;
@@ -542,7 +542,7 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
             sample.time = start + static_cast<std::int64_t>(pcmBefore * 1'000'000'000ull /
                                                             track.audio.sampleRate);
             pcmBefore += sample.pcmSamples;
-            require(pcmBefore < 9'223'372'037ull);
+            require(pcmBefore < limits::kMaxBlockSamples);
         }
         m_index.append(track, sample);
         position += size;

@@ -75,27 +75,33 @@ TEST(Lacing, SplitsXiphFixedAndEbmlLaces)
     fixed.resize(1 + 9, 0xCC);
     const auto all = cat({xiph, ebmlLace, fixed});
     auto r = readerOf(all);
+    // The frames of one lacing, as the demuxer asks for them.
+    const auto split = [](qv::Reader& reader, std::uint64_t start, std::uint64_t end,
+                          qv::Lacing lacing) {
+        qv::Frames frames;
+        qv::splitLaces(reader, start, end, lacing, frames);
+        return frames;
+    };
 
-    auto f = parsed(all, [&](qv::Reader& reader) {
-        return qv::splitLaces(reader, 0, xiph.size(), qv::Lacing::Xiph);
-    });
+    auto f = parsed(
+        all, [&](qv::Reader& reader) { return split(reader, 0, xiph.size(), qv::Lacing::Xiph); });
     EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{300, 2, 4}));
     EXPECT_EQ(f.dataStart, 4u);
 
     const auto e0 = xiph.size();
     f = parsed(all, [&](qv::Reader& reader) {
-        return qv::splitLaces(reader, e0, e0 + ebmlLace.size(), qv::Lacing::Ebml);
+        return split(reader, e0, e0 + ebmlLace.size(), qv::Lacing::Ebml);
     });
     EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{10, 12, 9, 5}));
     EXPECT_EQ(f.dataStart, e0 + 4);
 
     const auto x0 = e0 + ebmlLace.size();
-    f = qv::splitLaces(r, x0, x0 + fixed.size(), qv::Lacing::Fixed);
+    f = split(r, x0, x0 + fixed.size(), qv::Lacing::Fixed);
     EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{3, 3, 3}));
     // Nine bytes do not split into two equal frames.
-    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, x0, x0 + fixed.size() - 1, qv::Lacing::Fixed); }),
+    EXPECT_EQ(codeOf([&] { split(r, x0, x0 + fixed.size() - 1, qv::Lacing::Fixed); }),
               qv::kMalformed);
     // Lace sizes that add up past the block end are malformed, not wrapped around.
-    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, 0, 200, qv::Lacing::Xiph); }), qv::kMalformed);
-    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, e0, e0 + 20, qv::Lacing::Ebml); }), qv::kMalformed);
+    EXPECT_EQ(codeOf([&] { split(r, 0, 200, qv::Lacing::Xiph); }), qv::kMalformed);
+    EXPECT_EQ(codeOf([&] { split(r, e0, e0 + 20, qv::Lacing::Ebml); }), qv::kMalformed);
 }

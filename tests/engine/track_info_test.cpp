@@ -72,6 +72,18 @@ TEST(Language, NamesAreCutAtCharacterBoundaries)
     EXPECT_EQ(qv::cutUtf8(word, 3), "K\xC3\xA4");
     EXPECT_EQ(qv::cutUtf8("\xE6\x97\xA5\xE6\x9C\xAC", 5), "\xE6\x97\xA5"); // 日本
     EXPECT_EQ(qv::cutUtf8(word, 100), word);
+
+    // Damaged UTF-8 (a stray continuation byte, a truncated sequence, an overlong form, a
+    // surrogate) becomes U+FFFD byte by byte; well-formed text passes unchanged.
+    const std::string replacement = "\xEF\xBF\xBD";
+    EXPECT_EQ(qv::validUtf8(word), word);
+    EXPECT_EQ(qv::validUtf8("a\x80"
+                            "b"),
+              "a" + replacement + "b");
+    EXPECT_EQ(qv::validUtf8("K\xC3"), "K" + replacement);
+    EXPECT_EQ(qv::validUtf8("\xC0\xAF"), replacement + replacement);
+    EXPECT_EQ(qv::validUtf8("\xED\xA0\x80"), replacement + replacement + replacement);
+    EXPECT_EQ(qv::validUtf8("\xF0\x9F\x8E\xAC"), "\xF0\x9F\x8E\xAC"); // a clapper board
 }
 
 TEST(TrackInfo, QueriesAndMovieCarryLanguagesAndNames)

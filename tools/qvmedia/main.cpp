@@ -21,6 +21,26 @@ int failWith(std::uint32_t code)
     return static_cast<int>(code);
 }
 
+// Text as a JSON string (quotes, backslashes and control characters escaped; UTF-8 kept).
+std::string jsonString(const char* text)
+{
+    std::string out = "\"";
+    for (const char* c = text; *c; ++c) {
+        const auto byte = static_cast<unsigned char>(*c);
+        if (byte == '"' || byte == '\\') {
+            out += '\\';
+            out += *c;
+        } else if (byte < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
+            out += escaped;
+        } else {
+            out += *c;
+        }
+    }
+    return out + "\"";
+}
+
 struct Closer {
     void operator()(QVMedia* m) const { qv_media_close(m); }
 };
@@ -35,6 +55,7 @@ int info(const QVMedia& media)
                 static_cast<unsigned long long>(qv_media_sample_count(&media)),
                 qv_media_video_tracks(&media), qv_media_audio_tracks(&media));
     bool first = true;
+    std::uint32_t index = 0;
     for (const auto& t : media.tracks) {
         const auto& timing = t.timing;
         const double seconds =
@@ -46,6 +67,10 @@ int info(const QVMedia& media)
             first ? "" : ",", t.kind == qv::kVideo ? "video" : "audio", qv::codecName(t.codec),
             timing.timescale, static_cast<unsigned long long>(t.sampleCount), seconds,
             static_cast<unsigned long long>(timing.movieOffset), t.isDefault ? "true" : "false");
+        std::printf(",\"language\":%s,\"name\":%s",
+                    jsonString(qv_media_track_language(&media, index)).c_str(),
+                    jsonString(qv_media_track_name(&media, index)).c_str());
+        ++index;
         if (t.kind == qv::kVideo)
             std::printf(",\"width\":%u,\"height\":%u", t.pixelWidth, t.pixelHeight);
         else

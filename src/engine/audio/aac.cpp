@@ -1,6 +1,7 @@
 #include "aac.h"
 
 #include "engine/bit_cursor.h"
+#include "engine/engine_limits.h"
 #include "engine/failure.h"
 
 namespace qv_audio {
@@ -14,7 +15,8 @@ std::uint32_t samplingFrequency(qv::BitCursor& bits)
     const auto index = bits.bits(4);
     if (index == 13 || index == 14) qv::fail(qv::kMalformed);
     const std::uint32_t rate = index == 15 ? bits.bits(24) : kRates[index];
-    if (rate < 8000 || rate > 192000) qv::fail(qv::kUnsupported);
+    if (rate < qv::limits::kMinSampleRate || rate > qv::limits::kMaxSampleRate)
+        qv::fail(qv::kUnsupported);
     return rate;
 }
 

@@ -1,6 +1,7 @@
 #include "alac.h"
 
 #include "engine/bit_cursor.h"
+#include "engine/engine_limits.h"
 #include "engine/failure.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@ namespace {
 
 constexpr std::size_t kConfigSize = 24;
 constexpr std::size_t kAtomHeader = 12; // size, "alac", version and flags
-constexpr std::uint32_t kMaxFrameLength = 65'536;
 
 std::uint32_t be32(const std::uint8_t* p)
 {
@@ -31,9 +31,9 @@ AlacConfiguration alacConfiguration(std::span<const std::uint8_t> data)
     c.bitDepth = data[5];
     c.channels = data[9];
     c.sampleRate = be32(data.data() + 20);
-    qv::require(c.frameLength >= 1 && c.frameLength <= kMaxFrameLength);
+    qv::require(c.frameLength >= 1 && c.frameLength <= qv::limits::kMaxAlacFrameLength);
     qv::require(c.bitDepth == 16 || c.bitDepth == 20 || c.bitDepth == 24 || c.bitDepth == 32);
-    qv::require(c.channels >= 1 && c.channels <= 8);
+    qv::require(c.channels >= 1 && c.channels <= qv::limits::kMaxChannels);
     qv::require(c.sampleRate >= 1);
     std::copy_n(data.begin(), kConfigSize, c.config.begin());
     return c;

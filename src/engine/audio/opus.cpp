@@ -1,5 +1,7 @@
 #include "opus.h"
 
+#include "engine/engine_limits.h"
+
 #include <cstring>
 
 namespace qv_audio {
@@ -10,7 +12,7 @@ OpusHead opusHead(const std::vector<std::uint8_t>& data)
         qv::fail(qv::kUnsupported);
     OpusHead head;
     head.channels = data[9];
-    if (head.channels < 1 || head.channels > 8) qv::fail(qv::kMalformed);
+    if (head.channels < 1 || head.channels > qv::limits::kMaxChannels) qv::fail(qv::kMalformed);
     head.preSkip = static_cast<std::uint16_t>(data[10] | (data[11] << 8));
     head.inputRate = static_cast<std::uint32_t>(data[12] | (data[13] << 8) | (data[14] << 16)) |
                      (static_cast<std::uint32_t>(data[15]) << 24);
@@ -82,7 +84,7 @@ std::uint32_t opusPacketSamples(const std::uint8_t* packet, std::uint64_t size)
         break;
     }
     const std::uint32_t total = frames * frame;
-    if (total > 5760) qv::fail(qv::kMalformed); // 120 ms is the most one packet may hold
+    if (total > qv::limits::kMaxOpusPacketSamples) qv::fail(qv::kMalformed);
     return total;
 }
 
