@@ -51,9 +51,13 @@ TEST(Ebml, TypedPayloads)
                             el(0xB5, {0x47, 0x3B, 0x80}),                // 3 bytes
                             el(0xFB, {0xFF, 0xFE}), el(0xFB, {}), el(0xD7, {})});
     auto r = readerOf(bytes);
-    std::vector<qv::ebml::Element> e;
-    for (std::uint64_t p = 0; p < r.size();)
-        e.push_back(qv::ebml::element(r, p, r.size())), p = e.back().end;
+    const auto e = parsed(bytes, [](qv::Reader& reader) {
+        std::vector<qv::ebml::Element> elements;
+        for (std::uint64_t p = 0; p < reader.size();)
+            elements.push_back(qv::ebml::element(reader, p, reader.size())),
+                p = elements.back().end;
+        return elements;
+    });
     EXPECT_EQ(qv::ebml::floating(r, e[0]), 48000.0);
     EXPECT_EQ(qv::ebml::floating(r, e[1]), 48000.0);
     EXPECT_EQ(codeOf([&] { qv::ebml::floating(r, e[2]); }), qv::kMalformed);
