@@ -46,8 +46,7 @@ typedef enum qv_media_error {
     QV_MEDIA_MALFORMED = 1,
     /* Not a container the engine reads, no usable track, or a codec or feature it refuses. */
     QV_MEDIA_UNSUPPORTED = 2,
-    /* A source read above 1,048,576 bytes, memory ran out, or the virtual file would be too large.
-     */
+    /* A source read above 1,048,576 bytes, memory ran out, or the virtual file is too large. */
     QV_MEDIA_TOO_LARGE = 3,
     /* The cancellation callback returned non-zero. */
     QV_MEDIA_CANCELLED = 4,
@@ -77,8 +76,7 @@ enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
  */
 QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error);
 
-/* Destroys the handle and closes the file. Null is ignored. Call once, after every read returned.
- */
+/* Destroys the handle and closes the file; null is ignored. Call once, after all reads return. */
 void qv_media_close(QVMedia* media);
 
 /* The virtual MP4 file's size in bytes; 0 for null. */
