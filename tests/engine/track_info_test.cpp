@@ -1,6 +1,5 @@
 // What the engine tells about each track beyond its samples: kind, codec, language and name,
-// through the C queries and in the exported movie's mdhd, hdlr and udta boxes; and Apple Lossless.
-#include "engine/audio/alac.h"
+// through the C queries and in the exported movie's mdhd, hdlr and udta boxes.
 #include "engine/language.h"
 #include "engine_test_support.h"
 
@@ -40,51 +39,7 @@ Bytes text(const std::string& s)
     return Bytes(s.begin(), s.end());
 }
 
-// An ALACSpecificConfig: 4096-sample frames, 16 bits, stereo, 44.1 kHz.
-const Bytes kAlacConfig{0, 0, 0x10, 0, 0, 16, 40, 10, 14, 2, 0,    255,
-                        0, 0, 0,    0, 0, 0,  0,  0,  0,  0, 0xAC, 0x44};
-
 } // namespace
-
-TEST(Language, MatroskaAndBcp47ValuesBecomeIso639T)
-{
-    const std::pair<std::string, std::string> iso639[] = {
-        {"eng", "eng"},     {"ger", "deu"}, {"FRE", "fra"}, {"yue", "yue"},
-        {"english", "und"}, {"", "und"},    {"e1g", "und"}, {"en", "und"},
-    };
-    for (const auto& [in, out] : iso639)
-        EXPECT_EQ(qv::languageFromIso639(in), out) << in;
-    const std::pair<std::string, std::string> bcp47[] = {
-        {"en", "eng"},         {"en-GB", "eng"},  {"ja", "jpn"},
-        {"zh-Hans-CN", "zho"}, {"yue-HK", "yue"}, {"x-klingon", "und"},
-        {"qq", "und"},         {"", "und"},       {"e", "und"},
-    };
-    for (const auto& [in, out] : bcp47)
-        EXPECT_EQ(qv::languageFromBcp47(in), out) << in;
-    EXPECT_EQ(qv::packedLanguage("und"), 0x55C4);
-    EXPECT_EQ(qv::packedLanguage("eng"), 0x15C7);
-}
-
-TEST(Language, NamesAreCutAtCharacterBoundaries)
-{
-    const std::string word = "K\xC3\xA4se"; // "Käse": ä takes two bytes
-    EXPECT_EQ(qv::cutUtf8(word, 2), "K");   // never half a character
-    EXPECT_EQ(qv::cutUtf8(word, 3), "K\xC3\xA4");
-    EXPECT_EQ(qv::cutUtf8("\xE6\x97\xA5\xE6\x9C\xAC", 5), "\xE6\x97\xA5"); // 日本
-    EXPECT_EQ(qv::cutUtf8(word, 100), word);
-
-    // Damaged UTF-8 (a stray continuation byte, a truncated sequence, an overlong form, a
-    // surrogate) becomes U+FFFD byte by byte; well-formed text passes unchanged.
-    const std::string replacement = "\xEF\xBF\xBD";
-    EXPECT_EQ(qv::validUtf8(word), word);
-    EXPECT_EQ(qv::validUtf8("a\x80"
-                            "b"),
-              "a" + replacement + "b");
-    EXPECT_EQ(qv::validUtf8("K\xC3"), "K" + replacement);
-    EXPECT_EQ(qv::validUtf8("\xC0\xAF"), replacement + replacement);
-    EXPECT_EQ(qv::validUtf8("\xED\xA0\x80"), replacement + replacement + replacement);
-    EXPECT_EQ(qv::validUtf8("\xF0\x9F\x8E\xAC"), "\xF0\x9F\x8E\xAC"); // a clapper board
-}
 
 TEST(TrackInfo, QueriesAndMovieCarryLanguagesAndNames)
 {
@@ -124,34 +79,4 @@ TEST(TrackInfo, QueriesAndMovieCarryLanguagesAndNames)
     EXPECT_TRUE(contains(moov, cat({text("soun"), Bytes(12, 0), text("Audio"), {0}})));
     EXPECT_TRUE(contains(moov, be(qv::packedLanguage("deu"), 2)));
     qv_media_close(media);
-}
-
-TEST(Alac, ConfigurationAndFrames)
-{
-    const auto c = qv_audio::alacConfiguration(kAlacConfig);
-    EXPECT_EQ(c.frameLength, 4096u);
-    EXPECT_EQ(c.bitDepth, 16u);
-    EXPECT_EQ(c.channels, 2u);
-    EXPECT_EQ(c.sampleRate, 44100u);
-    // Inside its atom header, as some muxers store it.
-    const Bytes atom = cat({be(36, 4), text("alac"), be(0, 4), kAlacConfig});
-    EXPECT_EQ(qv_audio::alacConfiguration(atom).config, c.config);
-
-    const std::pair<Bytes, std::uint32_t> broken[] = {
-        {Bytes(kAlacConfig.begin(), kAlacConfig.end() - 1), qv::kMalformed}, // short
-        {cat({be(0, 4), Bytes(kAlacConfig.begin() + 4, kAlacConfig.end())}), qv::kMalformed},
-    };
-    for (const auto& [bytes, code] : broken)
-        EXPECT_EQ(codeOf([&] { qv_audio::alacConfiguration(bytes); }), code);
-
-    // A full frame states no count; a shorter last frame does, after 23 header bits.
-    EXPECT_EQ(qv_audio::alacFrameSamples(pack({{1, 3}, {0, 4}, {0, 12}, {0, 1}}, 7), 4096), 4096u);
-    EXPECT_EQ(qv_audio::alacFrameSamples(
-                  pack({{1, 3}, {0, 4}, {0, 12}, {1, 1}, {0, 2}, {0, 1}, {1000, 32}}), 4096),
-              1000u);
-    EXPECT_EQ(codeOf([&] {
-                  qv_audio::alacFrameSamples(
-                      pack({{1, 3}, {0, 4}, {0, 12}, {1, 1}, {0, 2}, {0, 1}, {5000, 32}}), 4096);
-              }),
-              qv::kMalformed);
 }
