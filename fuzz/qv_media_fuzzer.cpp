@@ -1,13 +1,13 @@
-// Fuzz target for the engine's flat interface: every input is written to a file, opened as a
-// container, read back in full through qv_media_read, and probed as a transport stream. Any crash,
-// sanitizer report, hang or runaway allocation is a finding; refusals with a code are expected.
+// Fuzz target for the engine's flat interface: every input is opened from memory as a container
+// (the same open as qv_media_open, over a memory source), read back in full through qv_media_read,
+// and probed as a transport stream. Any crash, sanitizer report, hang or runaway allocation is a
+// finding; refusals with a code are expected.
+#include "engine/media.h"
 #include "engine/qv_media.h"
 
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
-#include <string>
-#include <unistd.h>
+#include <span>
 #include <vector>
 
 namespace {
@@ -15,32 +15,20 @@ namespace {
 // Virtual files can be much larger than the input when headers are big; stop reading after this.
 constexpr std::uint64_t kReadBudget = 64u << 20;
 
-const std::string& scratchPath()
+// The input as the engine's source.
+qv::SourceMaker memory(const std::uint8_t* data, std::size_t size)
 {
-    static const std::string path = [] {
-        const char* dir = std::getenv("TMPDIR");
-        return std::string(dir ? dir : "/tmp") + "/qv_media_fuzz_" + std::to_string(getpid());
-    }();
-    return path;
-}
-
-bool writeFile(const std::string& path, const std::uint8_t* data, std::size_t size)
-{
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (!f) return false;
-    const bool ok = std::fwrite(data, 1, size, f) == size;
-    return std::fclose(f) == 0 && ok;
+    return [=] {
+        return std::make_unique<qv::MemorySource>(std::span<const std::uint8_t>(data, size));
+    };
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const std::string& path = scratchPath();
-    if (!writeFile(path, data, size)) return 0;
-
     std::uint32_t error = 0;
-    if (QVMedia* media = qv_media_open(path.c_str(), nullptr, nullptr, &error)) {
+    if (QVMedia* media = qv::openMedia(memory(data, size), nullptr, nullptr, &error)) {
         if (error != 0) std::abort(); // success must leave the code at 0
         const std::uint64_t total = qv_media_size(media);
         std::vector<std::uint8_t> buffer(65536);
@@ -61,7 +49,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         std::abort(); // a refusal must carry a code
     }
 
-    const std::int32_t presence = qv_media_transport_presence(path.c_str(), nullptr, nullptr);
+    const std::int32_t presence = qv::transportPresence(memory(data, size), nullptr, nullptr);
     if (presence > (QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO)) std::abort();
     return 0;
 }

@@ -113,6 +113,9 @@ qint64 ContainerAsset::readData(char* data, qint64 maxSize)
                 << "read of the virtual file failed at" << position << ":" << error.what();
             setErrorString(QString::fromLatin1(error.what()));
             return -1;
+        } catch (const ContainerCancelled&) {
+            setErrorString(QStringLiteral("The media source was cancelled"));
+            return -1;
         }
     }
     scheduleReadAhead(start + total);
@@ -162,7 +165,7 @@ void ContainerAsset::readAhead(qint64 position, quint64 generation)
     QByteArray bytes;
     try {
         bytes = m_source->read(quint64(position), quint64(std::min(kPieceSize, size() - position)));
-    } catch (const ContainerError&) {
+    } catch (const QException&) {
         // The reader will meet the same failure itself and report it.
     }
     QMutexLocker locker(&m_windowLock);

@@ -2,20 +2,10 @@
 
 namespace quorvane {
 
-const char* ContainerError::what() const noexcept
+ContainerError::ContainerError(qint32 code)
+    : m_code(code), m_what(domain().toLatin1() + ' ' + QByteArray::number(code) + ": " +
+                           qv_media_error_text(quint32(code)))
 {
-    switch (m_code) {
-    case Malformed:
-        return "Quorvane.MediaContainers 1: malformed or out of range";
-    case Unsupported:
-        return "Quorvane.MediaContainers 2: unsupported";
-    case TooLarge:
-        return "Quorvane.MediaContainers 3: too large or out of memory";
-    case InputOutput:
-        return "Quorvane.MediaContainers 5: input/output error";
-    default:
-        return "Quorvane.MediaContainers: engine error";
-    }
 }
 
 } // namespace quorvane

@@ -21,7 +21,7 @@ std::shared_ptr<ContainerMedia> ContainerMedia::open(const QString& path, Cancel
     QVMedia* handle = qv_media_open(nativePath.constData(), engine::cancelCallback(cancel),
                                     engine::cancelContext(cancel), &code);
     if (!handle) {
-        if (code == engine::kCancelledCode) throw ContainerCancelled();
+        if (code == QV_MEDIA_CANCELLED) throw ContainerCancelled();
         throw ContainerError(qint32(code));
     }
     return std::shared_ptr<ContainerMedia>(new ContainerMedia(handle, std::move(cancel)));
@@ -40,6 +40,11 @@ ContainerMedia::ContainerMedia(QVMedia* handle, CancelFlag cancel)
       m_format(qv_media_format(handle) == QV_MEDIA_FORMAT_MATROSKA ? QStringLiteral("matroska")
                                                                    : QStringLiteral("flv"))
 {
+    for (uint32_t i = 0; i < qv_media_track_count(handle); ++i)
+        m_tracks.append({qv_media_track_kind(handle, i) == QV_MEDIA_TRACK_VIDEO,
+                         QString::fromUtf8(qv_media_track_codec(handle, i)),
+                         QString::fromUtf8(qv_media_track_language(handle, i)),
+                         QString::fromUtf8(qv_media_track_name(handle, i))});
 }
 
 ContainerMedia::~ContainerMedia()
@@ -53,6 +58,7 @@ QByteArray ContainerMedia::read(quint64 offset, quint64 count) const
     QByteArray buffer(qsizetype(count), Qt::Uninitialized);
     const int64_t copied =
         qv_media_read(m_handle, offset, reinterpret_cast<uint8_t*>(buffer.data()), count);
+    if (copied == -QV_MEDIA_CANCELLED) throw ContainerCancelled();
     if (copied < 0) throw ContainerError(ContainerError::InputOutput);
     buffer.truncate(qsizetype(copied));
     return buffer;

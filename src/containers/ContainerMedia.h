@@ -12,6 +12,7 @@
 
 #include <QByteArray>
 #include <QFuture>
+#include <QList>
 #include <QString>
 #include <QUrl>
 
@@ -28,8 +29,16 @@ using CancelFlag = std::shared_ptr<std::atomic_bool>;
 
 class ContainerMedia {
 public:
+    // One track of the virtual movie as the engine describes it (qv_media_track_*).
+    struct Track {
+        bool video = false;
+        QString codec;    // "avc", "aac", ...
+        QString language; // ISO 639-2/T, "und" when the file does not say
+        QString name;     // the file's own name for the track, often empty
+    };
+
     // Largest count that read() accepts.
-    static constexpr quint64 kMaxRead = 1'048'576;
+    static constexpr quint64 kMaxRead = QV_MEDIA_MAX_READ;
 
     // Opens a local file. A URL that is not a file URL is ContainerError 2; an engine failure is
     // ContainerError with the engine's code; a set cancel flag is ContainerCancelled.
@@ -43,8 +52,9 @@ public:
     ContainerMedia& operator=(const ContainerMedia&) = delete;
 
     // The bytes at [offset, offset + count) of the virtual file, shorter at its end (empty exactly
-    // at the end). A count above kMaxRead is ContainerError 1; any engine failure, an offset
-    // beyond the end included, is ContainerError 5. Any thread.
+    // at the end). A count above kMaxRead is ContainerError 1; a read stopped by the cancel flag is
+    // ContainerCancelled; any other engine failure, an offset beyond the end included, is
+    // ContainerError 5. Any thread.
     QByteArray read(quint64 offset, quint64 count) const;
 
     quint64 length() const { return m_length; }
@@ -53,6 +63,8 @@ public:
     quint32 audioTracks() const { return m_audioTracks; }
     // "matroska" (Matroska and WebM) or "flv".
     QString format() const { return m_format; }
+    // Every track in the movie's order.
+    const QList<Track>& tracks() const { return m_tracks; }
 
 private:
     ContainerMedia(QVMedia* handle, CancelFlag cancel);
@@ -65,6 +77,7 @@ private:
     quint32 m_videoTracks;
     quint32 m_audioTracks;
     QString m_format;
+    QList<Track> m_tracks;
 };
 
 } // namespace quorvane

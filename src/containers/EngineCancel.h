@@ -21,7 +21,4 @@ inline void* cancelContext(const CancelFlag& flag)
     return flag ? static_cast<void*>(flag.get()) : nullptr;
 }
 
-// The engine's code for a cancelled scan.
-inline constexpr qint32 kCancelledCode = 4;
-
 } // namespace quorvane::engine

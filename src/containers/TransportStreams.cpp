@@ -19,7 +19,7 @@ TransportStreams TransportStreams::inspect(const QString& path, CancelFlag cance
     const QByteArray nativePath = QFile::encodeName(path);
     const int32_t result = qv_media_transport_presence(
         nativePath.constData(), engine::cancelCallback(cancel), engine::cancelContext(cancel));
-    if (result == -engine::kCancelledCode) throw ContainerCancelled();
+    if (result == -QV_MEDIA_CANCELLED) throw ContainerCancelled();
     if (result < 0)
         throw ContainerError(result == INT32_MIN ? qint32(ContainerError::InputOutput) : -result);
     return {(result & QV_MEDIA_HAS_AUDIO) != 0, (result & QV_MEDIA_HAS_VIDEO) != 0};

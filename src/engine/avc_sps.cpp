@@ -1,15 +1,15 @@
 #include "avc_sps.h"
 
 #include "bit_cursor.h"
-#include "failure.h"
 #include "engine_limits.h"
+#include "failure.h"
 
 #include <vector>
 
 namespace qv {
 namespace {
 
-using Cursor = BitCursor<Failure>;
+using Cursor = BitCursor;
 
 constexpr std::uint8_t kSpsNalType = 7;
 

@@ -1,21 +1,22 @@
 #pragma once
-// A bounds-checked, most-significant-bit-first reader over a byte span, shared by the codec header
-// parsers. Running past the end throws the parser's own error type (its `Error(code)` constructor
-// with code 1), so each parser keeps its own failure channel.
+// The engine's one bit reader: bounds-checked, most significant bit first, over a byte span. Every
+// codec header parser reads through it; running past the end is kMalformed.
+#include "failure.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <span>
 
 namespace qv {
 
-template <class Error> class BitCursor {
+class BitCursor {
 public:
     explicit BitCursor(std::span<const std::uint8_t> data) : m_data(data) {}
 
-    // The next n bits (n at most 64) as an unsigned value.
+    // The next n bits (n at most 64) as an unsigned value; bits(0) is 0.
     std::uint64_t bits(unsigned n)
     {
-        if (n > 64 || n > remaining()) throw Error(1);
+        if (n > 64 || n > remaining()) fail(kMalformed);
         std::uint64_t value = 0;
         for (unsigned i = 0; i < n; ++i) {
             const std::uint8_t byte = m_data[m_position >> 3];
@@ -29,7 +30,7 @@ public:
 
     void skip(std::uint64_t n)
     {
-        if (n > remaining()) throw Error(1);
+        if (n > remaining()) fail(kMalformed);
         m_position += n;
     }
 
@@ -38,7 +39,7 @@ public:
     {
         unsigned zeros = 0;
         while (bits(1) == 0) {
-            if (++zeros > 31) throw Error(1);
+            if (++zeros > 31) fail(kMalformed);
         }
         return static_cast<std::uint32_t>((std::uint64_t{1} << zeros) - 1 + bits(zeros));
     }

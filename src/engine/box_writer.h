@@ -45,6 +45,8 @@ public:
     {
         m_data.insert(m_data.end(), data.begin(), data.end());
     }
+    // Text as its bytes, without a terminator.
+    void text(std::string_view text) { m_data.insert(m_data.end(), text.begin(), text.end()); }
     // The unity transformation matrix of movie and track headers.
     void matrix();
 

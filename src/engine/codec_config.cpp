@@ -1,12 +1,13 @@
 #include "codec_config.h"
 
 #include "audio/ac3.h"
-#include "audio/bits.h"
+#include "audio/alac.h"
 #include "audio/flac.h"
 #include "audio/mpeg_audio.h"
 #include "audio/opus.h"
-#include "failure.h"
+#include "bit_cursor.h"
 #include "engine_limits.h"
+#include "failure.h"
 
 #include <algorithm>
 
@@ -49,28 +50,20 @@ std::uint8_t vp9Matrix(std::uint32_t colourSpace)
 
 std::vector<std::uint8_t> vp9Config(const std::vector<std::uint8_t>& firstBytes, const Track& track)
 {
-    qv_audio::Bits bits(firstBytes);
-    std::uint32_t profile = 0;
-    std::uint32_t bitDepth = 8;
-    std::uint32_t colourSpace = 0;
-    bool fullRange = false;
-    try {
-        require(bits.get(2) == 2);
-        profile = bits.get(1);
-        profile |= bits.get(1) << 1;
-        if (profile == 3) bits.skip(1);
-        require(bits.get(1) == 0, kUnsupported); // show_existing_frame
-        require(bits.get(1) == 0, kUnsupported); // frame_type: 0 is a key frame
-        bits.skip(2);                            // show_frame, error_resilient_mode
-        require(bits.get(24) == 0x498342);
-        require(profile == 0 || profile == 2, kUnsupported);
-        if (profile >= 2) bitDepth = bits.get(1) ? 12 : 10;
-        colourSpace = bits.get(3);
-        require(colourSpace != 7, kUnsupported); // RGB
-        fullRange = bits.get(1) != 0;
-    } catch (const qv_audio::Error&) {
-        fail(kMalformed);
-    }
+    BitCursor bits(firstBytes);
+    require(bits.bits(2) == 2);
+    auto profile = static_cast<std::uint32_t>(bits.bits(1));
+    profile |= static_cast<std::uint32_t>(bits.bits(1)) << 1;
+    if (profile == 3) bits.skip(1);
+    require(bits.bits(1) == 0, kUnsupported); // show_existing_frame
+    require(bits.bits(1) == 0, kUnsupported); // frame_type: 0 is a key frame
+    bits.skip(2);                             // show_frame, error_resilient_mode
+    require(bits.bits(24) == 0x498342);
+    require(profile == 0 || profile == 2, kUnsupported);
+    const std::uint32_t bitDepth = profile >= 2 ? (bits.flag() ? 12 : 10) : 8;
+    const auto colourSpace = static_cast<std::uint32_t>(bits.bits(3));
+    require(colourSpace != 7, kUnsupported); // RGB
+    const bool fullRange = bits.flag();
 
     const auto& c = track.colour;
     const auto pick = [](std::uint32_t value, std::uint32_t fallback) {
@@ -150,6 +143,11 @@ void prepareCodecConfig(Reader& reader, Track& track)
         const auto frame = qv_audio::eac3Frame(firstFrame(reader, track, limits::kMaxRead));
         track.audio = {frame.sampleRate, frame.channels, frame.samplesPerFrame, 16};
         track.config = frame.dec3;
+        break;
+    }
+    case Codec::Alac: {
+        const auto alac = qv_audio::alacConfiguration(track.codecPrivate);
+        track.config.assign(alac.config.begin(), alac.config.end());
         break;
     }
     case Codec::Mp3: {

@@ -28,8 +28,23 @@ inline constexpr std::uint64_t kMaxDocType = 16;
 inline constexpr std::uint64_t kMaxCodecId = 128;
 inline constexpr std::uint64_t kMaxLanguage = 64;
 inline constexpr std::uint64_t kMaxName = 4'096;
+// A track name as the movie carries it (hdlr and udta), in bytes; longer names are cut.
+inline constexpr std::size_t kMaxTitle = 255;
 // Video and colour values must stay below this.
 inline constexpr std::uint64_t kMaxDimension = 65'536;
+// Matroska TimecodeScale (nanoseconds per tick) and TrackNumber ranges.
+inline constexpr std::uint64_t kMaxTimecodeScale = 1'000'000'000;
+inline constexpr std::uint64_t kMaxTrackNumber = 2'147'483'647;
+// Audio channels per track, and the sampling rates a track may declare.
+inline constexpr std::uint32_t kMaxChannels = 8;
+inline constexpr std::uint32_t kMinSampleRate = 8'000;
+inline constexpr std::uint32_t kMaxSampleRate = 192'000;
+// PCM samples counted through the frames of one block; keeps their time offsets inside 64 bits.
+inline constexpr std::uint64_t kMaxBlockSamples = 9'223'372'037;
+// Samples at 48 kHz in one Opus packet (120 ms).
+inline constexpr std::uint32_t kMaxOpusPacketSamples = 5'760;
+// Samples per channel in one Apple Lossless frame.
+inline constexpr std::uint32_t kMaxAlacFrameLength = 65'536;
 
 // Bytes of a transport stream scanned for its programme tables.
 inline constexpr std::uint64_t kTransportScanBytes = 1'048'576;

@@ -1,19 +1,29 @@
 #include "failure.h"
 
-namespace qv {
-
-const char* describe(std::uint32_t code) noexcept
+extern "C" const char* qv_media_error_text(uint32_t code)
 {
     switch (code) {
-    case kMalformed: return "malformed or out of range";
-    case kUnsupported: return "unsupported";
-    case kTooLarge: return "too large or out of memory";
-    case kCancelled: return "cancelled";
-    case kInputOutput: return "input/output error";
-    default: return "unknown error";
+    case QV_MEDIA_OK:
+        return "no error";
+    case QV_MEDIA_MALFORMED:
+        return "malformed or out of range";
+    case QV_MEDIA_UNSUPPORTED:
+        return "unsupported";
+    case QV_MEDIA_TOO_LARGE:
+        return "too large or out of memory";
+    case QV_MEDIA_CANCELLED:
+        return "cancelled";
+    case QV_MEDIA_INPUT_OUTPUT:
+        return "input/output error";
     }
+    return "unknown error";
 }
 
-const char* Failure::what() const noexcept { return describe(m_code); }
+namespace qv {
+
+const char* Failure::what() const noexcept
+{
+    return qv_media_error_text(m_code);
+}
 
 } // namespace qv

@@ -2,8 +2,8 @@
 
 #include "audio/aac.h"
 #include "avc_sps.h"
-#include "failure.h"
 #include "engine_limits.h"
+#include "failure.h"
 
 namespace qv {
 namespace {

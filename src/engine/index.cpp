@@ -2,12 +2,6 @@
 
 namespace qv {
 
-bool isVideo(Codec codec) noexcept
-{
-    return codec == Codec::Avc || codec == Codec::Hevc || codec == Codec::Vp9 ||
-           codec == Codec::Av1;
-}
-
 const char* codecName(Codec codec) noexcept
 {
     switch (codec) {
@@ -31,6 +25,8 @@ const char* codecName(Codec codec) noexcept
         return "eac3";
     case Codec::Mp3:
         return "mp3";
+    case Codec::Alac:
+        return "alac";
     case Codec::Unknown:
         break;
     }

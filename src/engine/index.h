@@ -1,6 +1,8 @@
 #pragma once
 // What a demuxer hands to the rest of the engine: tracks with their codec settings and every
 // sample's place and time in the source file.
+#include "qv_media.h"
+
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -19,12 +21,16 @@ enum class Codec : std::uint8_t {
     Ac3,
     Eac3,
     Mp3,
+    Alac,
 };
 
-bool isVideo(Codec codec) noexcept;
 const char* codecName(Codec codec) noexcept;
 
-enum TrackKind : std::uint8_t { kVideo = 1, kAudio = 2 };
+// The engine's one numbering of track kinds, the one qv_media_track_kind reports.
+enum TrackKind : std::uint8_t { kVideo = QV_MEDIA_TRACK_VIDEO, kAudio = QV_MEDIA_TRACK_AUDIO };
+
+// Units per second of the movie timeline (mvhd, tkhd and edit-list durations).
+inline constexpr std::uint32_t kMovieTimescale = 1000;
 
 struct Sample {
     std::uint64_t position = 0;   // source offset of the first byte
@@ -70,12 +76,12 @@ struct TrackTiming {
 
 struct Track {
     std::uint64_t number = 0;
-    std::uint8_t kind = 0;
+    TrackKind kind = kAudio;
     Codec codec = Codec::Unknown;
     std::string codecId;
     std::vector<std::uint8_t> codecPrivate;
-    std::string language = "und";
-    std::string name;
+    std::string language = "und"; // ISO 639-2/T, three lowercase letters
+    std::string name;             // UTF-8, at most limits::kMaxTitle bytes
     bool enabled = true;
     bool isDefault = true;
     bool encoded = false;

@@ -1,8 +1,8 @@
 #include "lacing.h"
 
 #include "ebml.h"
-#include "failure.h"
 #include "engine_limits.h"
+#include "failure.h"
 
 namespace qv {
 

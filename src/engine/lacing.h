@@ -19,11 +19,4 @@ struct Frames {
 void splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lacing lacing,
                 Frames& frames);
 
-inline Frames splitLaces(Reader& reader, std::uint64_t position, std::uint64_t end, Lacing lacing)
-{
-    Frames frames;
-    splitLaces(reader, position, end, lacing, frames);
-    return frames;
-}
-
 } // namespace qv

@@ -1,12 +1,14 @@
 #include "matroska.h"
 
 #include "audio/aac.h"
+#include "audio/alac.h"
 #include "audio/audio_samples.h"
 #include "audio/flac.h"
 #include "ebml.h"
+#include "engine_limits.h"
 #include "failure.h"
 #include "lacing.h"
-#include "engine_limits.h"
+#include "language.h"
 #include "matroska_ids.h"
 
 #include <cmath>
@@ -60,6 +62,7 @@ Codec codecFor(const std::string& id, std::uint8_t kind)
         if (id == "A_AC3") return Codec::Ac3;
         if (id == "A_EAC3") return Codec::Eac3;
         if (id == "A_MPEG/L3") return Codec::Mp3;
+        if (id == "A_ALAC") return Codec::Alac;
     }
     return Codec::Unknown;
 }
@@ -147,7 +150,7 @@ void Demuxer::segmentChildren(const Element& segment)
                 const Element c = ebml::element(m_reader, q, e.end);
                 if (c.id == mkv::kTimecodeScale) {
                     const auto scale = ebml::unsignedInteger(m_reader, c);
-                    require(scale >= 1 && scale <= 1'000'000'000);
+                    require(scale >= 1 && scale <= limits::kMaxTimecodeScale);
                     m_index.timecodeScale = scale;
                 }
                 q = c.end;
@@ -200,12 +203,14 @@ void Demuxer::trackEntry(const Element& entry)
     double trackScale = 1.0;
     std::int64_t trackOffset = 0;
     bool haveNumber = false;
+    std::optional<std::string> language;
+    std::optional<std::string> languageBcp47;
     for (auto p = entry.start; p < entry.end;) {
         const Element e = ebml::element(m_reader, p, entry.end);
         switch (e.id) {
         case mkv::kTrackNumber:
             track.number = ebml::unsignedInteger(m_reader, e);
-            require(track.number >= 1 && track.number <= 2'147'483'647);
+            require(track.number >= 1 && track.number <= limits::kMaxTrackNumber);
             haveNumber = true;
             break;
         case mkv::kTrackType:
@@ -224,10 +229,14 @@ void Demuxer::trackEntry(const Element& entry)
             track.codecPrivate = m_reader.bytes(e.start, e.size());
             break;
         case mkv::kLanguage:
-            track.language = m_reader.text(e.start, e.size(), limits::kMaxLanguage);
+            language = m_reader.text(e.start, e.size(), limits::kMaxLanguage);
+            break;
+        case mkv::kLanguageBcp47:
+            languageBcp47 = m_reader.text(e.start, e.size(), limits::kMaxLanguage);
             break;
         case mkv::kName:
-            track.name = m_reader.text(e.start, e.size(), limits::kMaxName);
+            track.name = cutUtf8(validUtf8(m_reader.text(e.start, e.size(), limits::kMaxName)),
+                                 limits::kMaxTitle);
             break;
         case mkv::kDefaultDuration:
             track.defaultDuration = ebml::unsignedInteger(m_reader, e);
@@ -258,10 +267,13 @@ void Demuxer::trackEntry(const Element& entry)
     }
     require(haveNumber);
     require(m_numbers.insert(track.number).second);
+    // LanguageBCP47 supersedes Language.
+    track.language = languageBcp47 ? languageFromBcp47(*languageBcp47)
+                                   : languageFromIso639(language.value_or("und"));
 
     if (type != kVideo && type != kAudio) return;
     if (!track.enabled) return;
-    track.kind = static_cast<std::uint8_t>(type);
+    track.kind = static_cast<TrackKind>(type);
     (type == kVideo ? m_sawVideo : m_sawAudio) = true;
     track.codec = codecFor(track.codecId, track.kind);
     if (track.codec == Codec::Unknown) return;
@@ -272,10 +284,15 @@ void Demuxer::trackEntry(const Element& entry)
     if (track.codec == Codec::Aac) {
         try {
             track.audio = qv_audio::aac(track.codecPrivate);
-        } catch (const qv_audio::Error& error) {
+        } catch (const Failure& error) {
             if (error.code() == kUnsupported) return; // a profile MP4 cannot carry: skip the track
             throw;
         }
+    } else if (track.codec == Codec::Alac) {
+        const auto alac = qv_audio::alacConfiguration(track.codecPrivate);
+        track.sampleRate = alac.sampleRate;
+        track.channels = alac.channels;
+        track.audio = {alac.sampleRate, alac.channels, alac.frameLength, alac.bitDepth};
     } else if (track.codec == Codec::Opus) {
         // Opus always decodes at 48 kHz, whatever the input rate was.
         track.audio.sampleRate = 48000;
@@ -358,11 +375,11 @@ void Demuxer::audio(const Element& a, Track& track)
         const Element e = ebml::element(m_reader, p, a.end);
         if (e.id == mkv::kChannels) {
             const auto channels = ebml::unsignedInteger(m_reader, e);
-            require(channels >= 1 && channels <= 8);
+            require(channels >= 1 && channels <= limits::kMaxChannels);
             track.channels = static_cast<std::uint32_t>(channels);
         } else if (e.id == mkv::kSamplingFrequency) {
             const double rate = ebml::floating(m_reader, e);
-            require(rate >= 8000.0 && rate <= 192000.0);
+            require(rate >= limits::kMinSampleRate && rate <= limits::kMaxSampleRate);
             track.sampleRate = static_cast<std::uint32_t>(std::lround(rate));
         }
         p = e.end;
@@ -525,7 +542,7 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
             sample.time = start + static_cast<std::int64_t>(pcmBefore * 1'000'000'000ull /
                                                             track.audio.sampleRate);
             pcmBefore += sample.pcmSamples;
-            require(pcmBefore < 9'223'372'037ull);
+            require(pcmBefore < limits::kMaxBlockSamples);
         }
         m_index.append(track, sample);
         position += size;

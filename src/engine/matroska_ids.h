@@ -29,6 +29,7 @@ enum Id : std::uint64_t {
     kCodecId = 0x86,
     kCodecPrivate = 0x63A2,
     kLanguage = 0x22B59C,
+    kLanguageBcp47 = 0x22B59D,
     kName = 0x536E,
     kDefaultDuration = 0x23E383,
     kCodecDelay = 0x56AA,

@@ -33,7 +33,8 @@ std::vector<std::uint8_t> fileType()
 }
 
 // Copies a fixed number of bytes, all loaded before any is stored.
-template <std::size_t N> inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
+template <std::size_t N>
+inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
 {
     std::uint8_t block[N];
     std::memcpy(block, source, N);
@@ -69,7 +70,12 @@ Index demux(Reader& reader)
 } // namespace qv
 
 QVMedia::QVMedia(const char* path, qv::CancelFn cancel, void* context)
-    : reader(path, cancel, context)
+    : QVMedia(std::make_unique<qv::FileSource>(path), cancel, context)
+{
+}
+
+QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context)
+    : reader(std::move(source), cancel, context)
 {
     qv::Index index = qv::demux(reader);
     qv::require(!index.tracks.empty(), qv::kUnsupported);

@@ -6,6 +6,8 @@
 #include "reader.h"
 
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -17,10 +19,21 @@ struct Slice {
     std::uint32_t size = 0;
 };
 
+// Makes the source of an open; called inside the open's guard, so it may throw like the open.
+using SourceMaker = std::function<std::unique_ptr<Source>()>;
+
+// qv_media_open and qv_media_transport_presence over any source (tests and fuzzers keep their
+// bytes in memory), with the same results and codes.
+QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context,
+                   std::uint32_t* error) noexcept;
+std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
+                               void* context) noexcept;
+
 } // namespace qv
 
 struct QVMedia {
-    // Opens, demuxes, prepares and lays out the file, or throws.
+    // Opens, demuxes, prepares and lays out the source, or throws.
+    QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context);
     QVMedia(const char* path, qv::CancelFn cancel, void* context);
 
     // Copies n bytes of the virtual file at offset; offset + n must lie inside the file.

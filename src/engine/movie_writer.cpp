@@ -2,14 +2,13 @@
 
 #include "box_writer.h"
 #include "failure.h"
+#include "language.h"
 #include "sample_entry.h"
 
 #include <algorithm>
 
 namespace qv {
 namespace {
-
-constexpr std::uint32_t kMovieTimescale = 1000;
 
 std::uint64_t mediaDuration(const Track& t)
 {
@@ -189,13 +188,17 @@ void writeStbl(BoxWriter& w, const Track& t, const std::vector<std::uint64_t>& o
     }
 }
 
-void writeTrak(BoxWriter& w, const Track& t, std::uint32_t id, bool enabled,
-               const std::vector<std::uint64_t>& offsets)
+// The track's own name, where players look for a title (ffmpeg reads it as "title").
+void writeUdta(BoxWriter& w, const Track& t)
 {
-    const bool video = t.kind == kVideo;
-    auto trak = w.box("trak");
-    writeTkhd(w, t, id, enabled);
-    writeEdts(w, t);
+    if (t.name.empty()) return;
+    auto udta = w.box("udta");
+    auto name = w.box("name");
+    w.text(t.name);
+}
+
+void writeMdia(BoxWriter& w, const Track& t, bool video, const std::vector<std::uint64_t>& offsets)
+{
     auto mdia = w.box("mdia");
     {
         auto mdhd = w.full("mdhd", 1, 0);
@@ -203,7 +206,7 @@ void writeTrak(BoxWriter& w, const Track& t, std::uint32_t id, bool enabled,
         w.u64(0);
         w.u32(t.timing.timescale);
         w.u64(sumDurations(t));
-        w.u16(0x55C4); // "und", packed as three 5-bit letters
+        w.u16(packedLanguage(t.language));
         w.u16(0);
     }
     {
@@ -211,9 +214,9 @@ void writeTrak(BoxWriter& w, const Track& t, std::uint32_t id, bool enabled,
         w.u32(0);
         w.fourcc(video ? "vide" : "soun");
         w.zeros(12);
-        const char* name = video ? "Video" : "Audio";
-        for (const char* c = name; *c; ++c)
-            w.u8(static_cast<std::uint8_t>(*c));
+        const std::string_view name =
+            t.name.empty() ? std::string_view(video ? "Video" : "Audio") : std::string_view(t.name);
+        w.text(name);
         w.u8(0);
     }
     auto minf = w.box("minf");
@@ -231,6 +234,17 @@ void writeTrak(BoxWriter& w, const Track& t, std::uint32_t id, bool enabled,
         auto url = w.full("url ", 0, 1);
     }
     writeStbl(w, t, offsets);
+}
+
+void writeTrak(BoxWriter& w, const Track& t, std::uint32_t id, bool enabled,
+               const std::vector<std::uint64_t>& offsets)
+{
+    const bool video = t.kind == kVideo;
+    auto trak = w.box("trak");
+    writeTkhd(w, t, id, enabled);
+    writeEdts(w, t);
+    writeMdia(w, t, video, offsets);
+    writeUdta(w, t);
 }
 
 } // namespace

@@ -1,9 +1,8 @@
 // The flat C boundary: every exception stops here and becomes a return value.
 #include "qv_media.h"
 
-#include "audio/audio_error.h"
-#include "failure.h"
 #include "engine_limits.h"
+#include "failure.h"
 #include "media.h"
 #include "transport_stream.h"
 
@@ -20,8 +19,6 @@ template <typename Body> std::uint32_t guarded(Body&& body) noexcept
         return 0;
     } catch (const qv::Failure& failure) {
         return failure.code();
-    } catch (const qv_audio::Error& error) {
-        return error.code();
     } catch (const std::bad_alloc&) {
         return qv::kTooLarge;
     } catch (const std::length_error&) {
@@ -31,7 +28,40 @@ template <typename Body> std::uint32_t guarded(Body&& body) noexcept
     }
 }
 
+// The track at index, or null for a null handle or an index past the last track.
+const qv::Track* trackAt(const QVMedia* media, uint32_t index)
+{
+    return media && index < media->tracks.size() ? &media->tracks[index] : nullptr;
+}
+
 } // namespace
+
+namespace qv {
+
+QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context,
+                   std::uint32_t* error) noexcept
+{
+    if (error) *error = 0;
+    QVMedia* media = nullptr;
+    const auto code = guarded([&] { media = new QVMedia(makeSource(), cancel, context); });
+    if (code != 0 && error) *error = code;
+    return code == 0 ? media : nullptr;
+}
+
+std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
+                               void* context) noexcept
+{
+    std::int32_t result = 0;
+    const auto code = guarded([&] {
+        Reader reader(makeSource(), cancel, context);
+        const auto data = reader.bytes(0, std::min(reader.size(), limits::kTransportScanBytes));
+        result = static_cast<std::int32_t>(qv_transport::presence(data));
+        reader.check();
+    });
+    return code == 0 ? result : -static_cast<std::int32_t>(code);
+}
+
+} // namespace qv
 
 extern "C" {
 
@@ -42,10 +72,8 @@ QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* contex
         if (error) *error = qv::kMalformed;
         return nullptr;
     }
-    QVMedia* media = nullptr;
-    const auto code = guarded([&] { media = new QVMedia(path, cancel, context); });
-    if (code != 0 && error) *error = code;
-    return code == 0 ? media : nullptr;
+    return qv::openMedia([path] { return std::make_unique<qv::FileSource>(path); }, cancel, context,
+                         error);
 }
 
 void qv_media_close(QVMedia* media)
@@ -83,27 +111,51 @@ uint32_t qv_media_format(const QVMedia* media)
     return media ? media->format : 0;
 }
 
+uint32_t qv_media_track_count(const QVMedia* media)
+{
+    return media ? static_cast<uint32_t>(media->tracks.size()) : 0;
+}
+
+uint32_t qv_media_track_kind(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? t->kind : 0;
+}
+
+const char* qv_media_track_codec(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? qv::codecName(t->codec) : "";
+}
+
+const char* qv_media_track_language(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? t->language.c_str() : "";
+}
+
+const char* qv_media_track_name(const QVMedia* media, uint32_t track)
+{
+    const auto* t = trackAt(media, track);
+    return t ? t->name.c_str() : "";
+}
+
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count)
 {
-    if (!media || !buffer || count > qv::limits::kMaxRead || offset > media->size) return -1;
+    if (!media || !buffer || count > qv::limits::kMaxRead || offset > media->size)
+        return -std::int64_t{qv::kMalformed};
     std::lock_guard lock(media->mutex);
     const uint64_t n = std::min(media->size - offset, count);
     if (n == 0) return 0;
     const auto code = guarded([&] { media->read(offset, buffer, n); });
-    return code == 0 ? static_cast<int64_t>(n) : -1;
+    return code == 0 ? static_cast<int64_t>(n) : -static_cast<int64_t>(code);
 }
 
 int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context)
 {
-    if (!path) return -1;
-    int32_t result = 0;
-    const auto code = guarded([&] {
-        qv::Reader reader(path, cancel, context);
-        const auto data = reader.bytes(0, std::min(reader.size(), qv::limits::kTransportScanBytes));
-        result = static_cast<int32_t>(qv_transport::presence(data));
-        reader.check();
-    });
-    return code == 0 ? result : -static_cast<int32_t>(code);
+    if (!path) return -static_cast<int32_t>(qv::kMalformed);
+    return qv::transportPresence([path] { return std::make_unique<qv::FileSource>(path); }, cancel,
+                                 context);
 }
 
 } // extern "C"

@@ -8,13 +8,8 @@
  * source file; a read of the virtual file copies header bytes from memory and sample bytes from the
  * source at their own position. Nothing is converted or written to disk.
  *
- * Error codes, reported by qv_media_open through its out-parameter and by
- * qv_media_transport_presence as negative results:
- *   1  malformed or out of range (a bounds check failed, the file is empty, a value overflowed)
- *   2  unsupported (no demuxer recognises the file, no usable track, a refused codec or feature)
- *   3  too large or out of memory (a read above 1,048,576 bytes, a virtual file of 2^64 - 1 bytes)
- *   4  cancelled (the cancellation callback returned non-zero)
- *   5  input/output (not a regular file, cannot be opened, a seek failed, a short read)
+ * Every failure is one of the error codes below (qv_media_error). qv_media_open reports it through
+ * its out-parameter, qv_media_read and qv_media_transport_presence as a negative result.
  *
  * Threads: qv_media_open and qv_media_transport_presence run entirely on the calling thread. After
  * opening, queries and reads may come from any thread; reads on one handle are serialised by a
@@ -40,6 +35,32 @@ typedef int (*qv_media_cancel_fn)(void* context);
 /* Format codes returned by qv_media_format. */
 enum { QV_MEDIA_FORMAT_MATROSKA = 1, QV_MEDIA_FORMAT_FLV = 2 };
 
+/*
+ * Error codes: why a call failed. These are the engine's only codes; the player and the tools take
+ * the numbers and their texts from here.
+ */
+typedef enum qv_media_error {
+    QV_MEDIA_OK = 0,
+    /* The source breaks its own format: a bounds check failed, a value is out of range or
+     * overflowed, the file is empty. */
+    QV_MEDIA_MALFORMED = 1,
+    /* Not a container the engine reads, no usable track, or a codec or feature it refuses. */
+    QV_MEDIA_UNSUPPORTED = 2,
+    /* A source read above 1,048,576 bytes, memory ran out, or the virtual file is too large. */
+    QV_MEDIA_TOO_LARGE = 3,
+    /* The cancellation callback returned non-zero. */
+    QV_MEDIA_CANCELLED = 4,
+    /* Not a regular file, it cannot be opened, a seek failed or a read came up short. */
+    QV_MEDIA_INPUT_OUTPUT = 5
+} qv_media_error;
+
+/* A code's meaning in a few English words ("malformed or out of range", ...), for logs and tools;
+ * "unknown error" for a value that is not a code. The text is static; never free it. */
+const char* qv_media_error_text(uint32_t code);
+
+/* Track kinds returned by qv_media_track_kind. */
+enum { QV_MEDIA_TRACK_VIDEO = 1, QV_MEDIA_TRACK_AUDIO = 2 };
+
 /* Presence bits returned by qv_media_transport_presence. */
 enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
 
@@ -48,15 +69,14 @@ enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
 
 /*
  * Opens the file at `path` (a file-system path in the platform's encoding).
- * `cancel` may be null. `error` may be null; when given it is set to 0 on entry and, on failure,
- * receives the code: 1 when path is null, the engine's code otherwise (3 when memory runs out,
- * 5 for any unexpected failure).
+ * `cancel` may be null. `error` may be null; when given it is set to QV_MEDIA_OK on entry and, on
+ * failure, receives the qv_media_error: QV_MEDIA_MALFORMED when path is null, QV_MEDIA_TOO_LARGE
+ * when memory runs out, QV_MEDIA_INPUT_OUTPUT for any unexpected failure.
  * Returns the handle, owned by the caller and released with qv_media_close, or null on failure.
  */
-QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context,
-                       uint32_t* error);
+QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error);
 
-/* Destroys the handle and closes the file. Null is ignored. Call once, after every read returned. */
+/* Destroys the handle and closes the file; null is ignored. Call once, after all reads return. */
 void qv_media_close(QVMedia* media);
 
 /* The virtual MP4 file's size in bytes; 0 for null. */
@@ -75,18 +95,47 @@ uint32_t qv_media_audio_tracks(const QVMedia* media);
 uint32_t qv_media_format(const QVMedia* media);
 
 /*
+ * Each track of the virtual movie, in the movie's order: track i (from 0) is the MP4 track with ID
+ * i + 1. An index at or beyond qv_media_track_count, or a null handle, gives 0 or "". The texts
+ * belong to the handle and stay valid until qv_media_close. Any thread.
+ */
+
+/* Number of tracks (video and audio); 0 for null. */
+uint32_t qv_media_track_count(const QVMedia* media);
+
+/* QV_MEDIA_TRACK_VIDEO or QV_MEDIA_TRACK_AUDIO. */
+uint32_t qv_media_track_kind(const QVMedia* media, uint32_t track);
+
+/* The codec's short name: "avc", "hevc", "vp9", "av1", "aac", "opus", "flac", "ac3", "eac3",
+ * "mp3" or "alac". */
+const char* qv_media_track_codec(const QVMedia* media, uint32_t track);
+
+/* The track's language as the three lowercase letters of ISO 639-2/T ("eng", "jpn"), as written
+ * into its mdhd box; "und" when the file does not say or says something that is not a language. */
+const char* qv_media_track_language(const QVMedia* media, uint32_t track);
+
+/* The track's name from the file (UTF-8, at most 255 bytes, as written into its hdlr and udta
+ * boxes); "" when it has none. */
+const char* qv_media_track_name(const QVMedia* media, uint32_t track);
+
+/*
  * Copies up to `count` bytes of the virtual file, starting at `offset`, into `buffer`.
- * Returns the number of bytes copied (min(count, size - offset); 0 at the end of the file), or -1
- * when media or buffer is null, count exceeds QV_MEDIA_MAX_READ, offset exceeds the size, or any
- * read on the way fails (cancellation, input/output, bounds) - even if some bytes were already
- * copied. A failed read leaves the handle usable. Safe to call from any thread.
+ * Returns the number of bytes copied (min(count, size - offset); 0 at the end of the file), or a
+ * negative qv_media_error when the read fails, even if some bytes were already copied:
+ *   -QV_MEDIA_MALFORMED (-1)     media or buffer is null, count exceeds QV_MEDIA_MAX_READ, offset
+ *                                exceeds the size, or the source no longer matches its index;
+ *   -QV_MEDIA_CANCELLED (-4)     the cancellation callback returned non-zero before a source read;
+ *   -QV_MEDIA_INPUT_OUTPUT (-5)  a seek or read of the source failed or came up short.
+ * (-QV_MEDIA_TOO_LARGE cannot happen: reads are capped.) A failed read leaves the handle usable.
+ * Safe to call from any thread.
  */
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count);
 
 /*
  * Scans the start (at most 1,048,576 bytes) of an MPEG transport stream for audio and video.
- * Returns the presence bits (QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO, 0 or more), -1 for a null
- * path, -code for an engine failure, -5 for any other failure. Independent of any handle.
+ * Returns the presence bits (QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO, 0 or more), or a negative
+ * qv_media_error: -QV_MEDIA_MALFORMED for a null path, -QV_MEDIA_CANCELLED when cancelled, and so
+ * on. Independent of any handle.
  */
 int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context);
 

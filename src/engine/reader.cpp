@@ -1,15 +1,15 @@
 #include "reader.h"
 
-#include "failure.h"
 #include "engine_limits.h"
+#include "failure.h"
 
 #include <algorithm>
+#include <cstring>
 #include <filesystem>
 
 namespace qv {
 
-Reader::Reader(const char* path, CancelFn cancel, void* context)
-    : m_cancel(cancel), m_context(context)
+FileSource::FileSource(const char* path)
 {
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error) || error) fail(kInputOutput);
@@ -22,9 +22,38 @@ Reader::Reader(const char* path, CancelFn cancel, void* context)
     const auto end = m_stream.tellg();
     if (end < 0) fail(kInputOutput);
     m_size = static_cast<std::uint64_t>(end);
-    require(m_size >= 1);
     m_stream.seekg(0, std::ios::beg);
     if (!m_stream) fail(kInputOutput);
+}
+
+std::uint64_t FileSource::read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n)
+{
+    // A failed read leaves the stream in error; the next read starts afresh.
+    m_stream.clear();
+    m_stream.seekg(static_cast<std::streamoff>(position), std::ios::beg);
+    if (!m_stream) fail(kInputOutput);
+    m_stream.read(reinterpret_cast<char*>(destination), static_cast<std::streamsize>(n));
+    const auto got = static_cast<std::uint64_t>(m_stream.gcount());
+    // The file's size was taken at opening; a file that shrank since comes up short.
+    if (got == 0) fail(kInputOutput);
+    return got;
+}
+
+std::uint64_t MemorySource::read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n)
+{
+    std::memcpy(destination, m_bytes.data() + position, n);
+    return n;
+}
+
+Reader::Reader(std::unique_ptr<Source> source, CancelFn cancel, void* context)
+    : m_source(std::move(source)), m_size(m_source->size()), m_cancel(cancel), m_context(context)
+{
+    require(m_size >= 1);
+}
+
+Reader::Reader(const char* path, CancelFn cancel, void* context)
+    : Reader(std::make_unique<FileSource>(path), cancel, context)
+{
 }
 
 void Reader::check()
@@ -36,12 +65,11 @@ void Reader::copy(std::uint64_t position, std::uint8_t* destination, std::uint64
 {
     check();
     require(position <= m_size && n <= m_size - position);
-    if (n == 0) return;
-    m_stream.clear();
-    m_stream.seekg(static_cast<std::streamoff>(position), std::ios::beg);
-    if (!m_stream) fail(kInputOutput);
-    m_stream.read(reinterpret_cast<char*>(destination), static_cast<std::streamsize>(n));
-    if (static_cast<std::uint64_t>(m_stream.gcount()) != n) fail(kInputOutput);
+    for (std::uint64_t done = 0; done < n;) {
+        const auto got = m_source->read(position + done, destination + done, n - done);
+        if (got == 0 || got > n - done) fail(kInputOutput);
+        done += got;
+    }
 }
 
 std::vector<std::uint8_t> Reader::bytes(std::uint64_t position, std::uint64_t n)

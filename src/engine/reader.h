@@ -1,8 +1,11 @@
 #pragma once
-// The source-file reader. Every byte the engine takes from a file passes through here: each read
-// polls the cancellation callback and is checked against the file's size.
+// The source reader. Every byte the engine takes from a file passes through here: each read polls
+// the cancellation callback and is checked against the source's size. The bytes themselves come
+// from a Source: the file, or memory for tests and fuzzers.
 #include <cstdint>
 #include <fstream>
+#include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,10 +13,47 @@ namespace qv {
 
 using CancelFn = int (*)(void*);
 
+// Where the bytes come from. The Reader checks every range against size() before asking.
+class Source {
+public:
+    virtual ~Source() = default;
+    virtual std::uint64_t size() const = 0;
+    // Copies between 1 and n bytes (n >= 1, the range inside the source) from position into
+    // destination and returns how many; the Reader asks again for the rest. Throws kInputOutput
+    // when the bytes cannot be had.
+    virtual std::uint64_t read(std::uint64_t position, std::uint8_t* destination,
+                               std::uint64_t n) = 0;
+};
+
+// A regular file, opened for byte-exact input.
+class FileSource : public Source {
+public:
+    // kInputOutput when the path is missing, not a regular file or unreadable.
+    explicit FileSource(const char* path);
+    std::uint64_t size() const override { return m_size; }
+    std::uint64_t read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n) override;
+
+private:
+    std::ifstream m_stream;
+    std::uint64_t m_size = 0;
+};
+
+// Bytes in memory, which must outlive the source.
+class MemorySource : public Source {
+public:
+    explicit MemorySource(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
+    std::uint64_t size() const override { return m_bytes.size(); }
+    std::uint64_t read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n) override;
+
+private:
+    std::span<const std::uint8_t> m_bytes;
+};
+
 class Reader {
 public:
-    // Opens a regular file; kInputOutput when it is missing, not regular or unreadable,
-    // kMalformed when it is empty.
+    // Reads the source; kMalformed when it is empty.
+    Reader(std::unique_ptr<Source> source, CancelFn cancel, void* context);
+    // Reads a file (FileSource).
     Reader(const char* path, CancelFn cancel, void* context);
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
@@ -36,7 +76,7 @@ public:
     void dropCache();
 
 private:
-    std::ifstream m_stream;
+    std::unique_ptr<Source> m_source;
     std::uint64_t m_size = 0;
     std::uint64_t m_cacheStart = ~std::uint64_t(0);
     std::vector<std::uint8_t> m_cache;

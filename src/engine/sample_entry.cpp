@@ -31,6 +31,8 @@ const char* entryType(Codec codec)
         return "ec-3";
     case Codec::Mp3:
         return ".mp3";
+    case Codec::Alac:
+        return "alac";
     case Codec::Unknown:
         break;
     }
@@ -155,8 +157,9 @@ void writeAudioEntry(BoxWriter& w, const Track& t)
     w.u16(1);
     w.zeros(8);
     w.u16(t.audio.channels);
-    // FLAC's entry carries the stream's real sample size; the others decode to 16 bits.
-    w.u16(t.codec == Codec::Flac ? t.audio.bitsPerSample : 16);
+    // Lossless entries carry the stream's real sample size; the others decode to 16 bits.
+    const bool lossless = t.codec == Codec::Flac || t.codec == Codec::Alac;
+    w.u16(lossless ? t.audio.bitsPerSample : 16);
     w.zeros(4);
     w.u32(t.audio.sampleRate <= 0xFFFF ? t.audio.sampleRate << 16 : 0);
     switch (t.codec) {
@@ -180,6 +183,11 @@ void writeAudioEntry(BoxWriter& w, const Track& t)
     }
     case Codec::Eac3: {
         auto dec3 = w.box("dec3");
+        w.bytes(t.config);
+        break;
+    }
+    case Codec::Alac: {
+        auto alac = w.full("alac", 0, 0);
         w.bytes(t.config);
         break;
     }

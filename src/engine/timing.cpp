@@ -11,7 +11,6 @@ namespace qv {
 namespace {
 
 constexpr std::int64_t kNs = 1'000'000'000;
-constexpr std::uint32_t kMovieTimescale = 1000;
 
 // round(ns * timescale / 1e9), for signed ns.
 std::int64_t toUnits(std::int64_t ns, std::uint32_t timescale)

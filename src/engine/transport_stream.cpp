@@ -1,9 +1,11 @@
 #include "transport_stream.h"
 
 #include "engine_limits.h"
+#include "index.h"
 
 #include <array>
 #include <map>
+#include <optional>
 #include <vector>
 
 namespace qv_transport {
@@ -37,7 +39,8 @@ Grid findGrid(std::span<const std::uint8_t> data)
     return {};
 }
 
-std::uint32_t streamKind(std::uint8_t type)
+// The kind of track a programme map stream type carries; none for other types.
+std::optional<qv::TrackKind> streamKind(std::uint8_t type)
 {
     switch (type) {
     case 0x01:
@@ -46,17 +49,23 @@ std::uint32_t streamKind(std::uint8_t type)
     case 0x1B:
     case 0x24:
     case 0x33:
-        return kVideo;
+        return qv::kVideo;
     case 0x03:
     case 0x04:
     case 0x0F:
     case 0x11:
     case 0x81:
     case 0x87:
-        return kAudio;
+        return qv::kAudio;
     default:
-        return 0;
+        return std::nullopt;
     }
+}
+
+std::uint32_t presenceBit(std::optional<qv::TrackKind> kind)
+{
+    if (!kind) return 0;
+    return *kind == qv::kVideo ? QV_MEDIA_HAS_VIDEO : QV_MEDIA_HAS_AUDIO;
 }
 
 class Scan {
@@ -142,7 +151,7 @@ private:
         while (offset + 5 <= length - 1) {
             const std::size_t esInfo = ((s[offset + 3] & 0x0Fu) << 8) | s[offset + 4];
             if (esInfo > length - 6 - offset) return;
-            kinds |= streamKind(s[offset]);
+            kinds |= presenceBit(streamKind(s[offset]));
             offset += esInfo + 5;
         }
         // Only a loop that ends exactly at the CRC describes the section faithfully.
@@ -177,7 +186,7 @@ std::uint32_t presence(std::span<const std::uint8_t> data)
     Scan scan;
     for (std::size_t at = grid.start; at + kPacket <= data.size(); at += grid.size) {
         scan.packet(data.subspan(at).first<kPacket>());
-        if (scan.found == (kAudio | kVideo)) break;
+        if (scan.found == (QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO)) break;
     }
     return scan.found;
 }

@@ -7,12 +7,9 @@
 
 namespace qv_transport {
 
-inline constexpr std::uint32_t kAudio = 1;
-inline constexpr std::uint32_t kVideo = 2;
-
 // Scans the start of a file (the caller reads at most limits::kTransportScanBytes) and returns
-// kAudio | kVideo as found, 0 when the data is not a transport stream or lists neither. Never
-// throws for bad data: damaged packets and sections are skipped.
+// QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO as found, 0 when the data is not a transport stream or
+// lists neither. Never throws for bad data: damaged packets and sections are skipped.
 std::uint32_t presence(std::span<const std::uint8_t> data);
 
 // The MPEG-2 section CRC-32 (polynomial 0x04C11DB7, all-ones start, no final inversion). Run over a

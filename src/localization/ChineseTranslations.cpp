@@ -134,6 +134,28 @@ const QList<QPair<QString, QString>>& chineseTranslationTable()
          u"你的留言、可选的回复邮箱和应用版本会发送给开发者。请勿包含密码。"_s},
         {u"Recent technical events can be copied into feedback or a support email. Media names and paths are excluded."_s,
          u"可以将最近的技术事件复制到反馈或支持邮件中，其中不包含媒体名称和路径。"_s},
+        // Audio track labels: the fallback, and language names as QLocale::languageToString
+        // spells them in English.
+        {u"Track %1"_s, u"轨道 %1"_s},
+        {u"English"_s, u"英语"_s},
+        {u"Japanese"_s, u"日语"_s},
+        {u"Chinese"_s, u"中文"_s},
+        {u"Cantonese"_s, u"粤语"_s},
+        {u"Korean"_s, u"韩语"_s},
+        {u"French"_s, u"法语"_s},
+        {u"German"_s, u"德语"_s},
+        {u"Spanish"_s, u"西班牙语"_s},
+        {u"Portuguese"_s, u"葡萄牙语"_s},
+        {u"Italian"_s, u"意大利语"_s},
+        {u"Russian"_s, u"俄语"_s},
+        {u"Arabic"_s, u"阿拉伯语"_s},
+        {u"Hindi"_s, u"印地语"_s},
+        {u"Thai"_s, u"泰语"_s},
+        {u"Vietnamese"_s, u"越南语"_s},
+        {u"Dutch"_s, u"荷兰语"_s},
+        {u"Swedish"_s, u"瑞典语"_s},
+        {u"Polish"_s, u"波兰语"_s},
+        {u"Turkish"_s, u"土耳其语"_s},
     };
     return table;
 }

@@ -86,8 +86,8 @@ bool installGuard()
     static const bool installed = [] {
         GError* error = nullptr;
         if (!gst_init_check(nullptr, nullptr, &error)) {
-            qCWarning(lcAppSource) << "GStreamer is unavailable:"
-                                   << (error ? error->message : "unknown error");
+            qCWarning(lcAppSource)
+                << "GStreamer is unavailable:" << (error ? error->message : "unknown error");
             g_clear_error(&error);
             return false;
         }

@@ -89,6 +89,11 @@ quint32 NativeContainerSource::audioTracks() const
     return m_state->media ? m_state->media->audioTracks() : 0;
 }
 
+QList<ContainerMedia::Track> NativeContainerSource::tracks() const
+{
+    return m_state->media ? m_state->media->tracks() : QList<ContainerMedia::Track>{};
+}
+
 void NativeContainerSource::probeTransportStream(
     const QUrl& url, QObject* context, std::function<void(std::optional<Presence>, qint64)> done)
 {

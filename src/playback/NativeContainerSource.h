@@ -3,6 +3,9 @@
 // GUI thread (cancellable), then serves the virtual MP4 through a random-access device for
 // QMediaPlayer::setSourceDevice. Also runs the transport-stream probe. Everything here is dropped
 // by destroying the object: a running open is cancelled and the device stops answering reads.
+#include "ContainerMedia.h"
+
+#include <QList>
 #include <QObject>
 #include <QString>
 #include <QUrl>
@@ -35,6 +38,8 @@ public:
     quint64 sampleCount() const;
     quint32 videoTracks() const;
     quint32 audioTracks() const;
+    // The engine's description of every track; empty until opened.
+    QList<ContainerMedia::Track> tracks() const;
 
     struct Presence {
         bool hasAudio = false;

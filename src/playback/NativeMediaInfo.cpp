@@ -1,5 +1,7 @@
 #include "NativeMediaInfo.h"
 
+#include "TranslationCatalog.h"
+
 #include <QFileInfo>
 #include <QLocale>
 
@@ -62,7 +64,7 @@ QString trackLabel(const QMediaMetaData& track, int position)
         if (code != QLocale::AnyLanguage && code != QLocale::C)
             return QLocale::languageToString(code);
     }
-    return QStringLiteral("Track %1").arg(position);
+    return translate(QStringLiteral("Track %1")).arg(position);
 }
 
 QList<PlaybackTrack> playbackTracks(const QList<QMediaMetaData>& audio,

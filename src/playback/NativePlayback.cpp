@@ -2,6 +2,7 @@
 
 #include "AppSourceGuard.h"
 #include "AudioValidation.h"
+#include "ContainerTrackLabels.h"
 #include "DiagnosticLog.h"
 #include "NativeContainerSource.h"
 #include "NativeMediaInfo.h"
@@ -459,6 +460,7 @@ void NativePlayback::checkReady()
     }
     m_frameRate = info.frameRate;
     info.tracks = nativemedia::playbackTracks(m_player->audioTracks(), m_player->subtitleTracks());
+    if (m_container) nativemedia::labelContainerAudio(info.tracks, m_container->tracks());
 
     // Subtitles start off; the user turns them on from the track menu.
     if (!m_player->subtitleTracks().isEmpty()) m_player->setActiveSubtitleTrack(-1);

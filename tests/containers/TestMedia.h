@@ -46,7 +46,7 @@ inline QByteArray virtualFileByTool(const QString& path)
 }
 
 // How `work` ended: 0 when it returned, the ContainerError's code, kCancelled for a cancellation.
-inline constexpr qint32 kCancelled = -4;
+inline constexpr qint32 kCancelled = -QV_MEDIA_CANCELLED;
 template <typename Work> qint32 outcome(Work work)
 {
     try {

@@ -58,6 +58,15 @@ private slots:
         QCOMPARE(outcome([&] { ContainerMedia::open(text, std::make_shared<std::atomic_bool>()); }),
                  2);
     }
+
+    void errorsNameTheirCodeAndMeaning()
+    {
+        QCOMPARE(ContainerError(ContainerError::Malformed).what(),
+                 "Quorvane.MediaContainers 1: malformed or out of range");
+        QCOMPARE(ContainerError(ContainerError::InputOutput).what(),
+                 "Quorvane.MediaContainers 5: input/output error");
+        QCOMPARE(ContainerError(42).what(), "Quorvane.MediaContainers 42: unknown error");
+    }
 };
 
 QTEST_GUILESS_MAIN(ContainerMediaTest)

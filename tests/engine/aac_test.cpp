@@ -1,6 +1,6 @@
 #include "engine/audio/aac.h"
-#include "engine/audio/bits.h"
 #include "engine/audio/opus.h"
+#include "engine/bit_cursor.h"
 #include "engine_test_support.h"
 
 #include <gtest/gtest.h>
@@ -69,15 +69,15 @@ TEST(Aac, RefusedAndMalformedConfigurations)
         EXPECT_EQ(codeOf([&] { qv_audio::aac(cases[i].first); }), cases[i].second) << i;
 }
 
-TEST(Bits, ReadsAcrossBytesAndRefusesOverruns)
+TEST(BitCursor, ReadsAcrossBytesAndRefusesOverruns)
 {
     const Bytes data = {0xA5, 0x0F};
-    qv_audio::Bits bits(data);
-    EXPECT_EQ(bits.get(0), 0u);
-    EXPECT_EQ(bits.get(3), 0b101u);
-    EXPECT_EQ(bits.get(9), 0b001010000u);
-    EXPECT_THROW(bits.get(5), qv_audio::Error);
-    EXPECT_THROW(bits.get(33), qv_audio::Error);
+    qv::BitCursor bits(data);
+    EXPECT_EQ(bits.bits(0), 0u);
+    EXPECT_EQ(bits.bits(3), 0b101u);
+    EXPECT_EQ(bits.bits(9), 0b001010000u);
+    EXPECT_EQ(codeOf([&] { bits.bits(5); }), qv::kMalformed);
+    EXPECT_EQ(codeOf([&] { bits.bits(65); }), qv::kMalformed);
 }
 
 TEST(Opus, HeadAndPacketDurations)
@@ -89,8 +89,8 @@ TEST(Opus, HeadAndPacketDurations)
     EXPECT_EQ(h.preSkip, 312u);
     EXPECT_EQ(qv_audio::opusSpecificBox(h), (Bytes{0, 2, 0x01, 0x38, 0, 0, 0xBB, 0x80, 0, 0, 0}));
     head[9] = 9;
-    EXPECT_THROW(qv_audio::opusHead(head), qv_audio::Error);
-    EXPECT_THROW(qv_audio::opusHead(Bytes(head.begin(), head.begin() + 18)), qv_audio::Error);
+    EXPECT_THROW(qv_audio::opusHead(head), qv::Failure);
+    EXPECT_THROW(qv_audio::opusHead(Bytes(head.begin(), head.begin() + 18)), qv::Failure);
 
     const std::uint8_t celt20ms[1] = {(31 << 3) | 0};
     const std::uint8_t silk60msTwice[1] = {(3 << 3) | 1};
@@ -99,6 +99,6 @@ TEST(Opus, HeadAndPacketDurations)
     EXPECT_EQ(qv_audio::opusPacketSamples(celt20ms, 1), 960u);
     EXPECT_EQ(qv_audio::opusPacketSamples(silk60msTwice, 1), 5760u);
     EXPECT_EQ(qv_audio::opusPacketSamples(code3, 2), 480u);
-    EXPECT_THROW(qv_audio::opusPacketSamples(tooLong, 2), qv_audio::Error);
-    EXPECT_THROW(qv_audio::opusPacketSamples(code3, 1), qv_audio::Error);
+    EXPECT_THROW(qv_audio::opusPacketSamples(tooLong, 2), qv::Failure);
+    EXPECT_THROW(qv_audio::opusPacketSamples(code3, 1), qv::Failure);
 }

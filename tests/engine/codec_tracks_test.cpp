@@ -25,9 +25,8 @@ Bytes ac3Frame()
 
 qv::Track demux(const std::string& codec, const Bytes& extra, const Bytes& blocks)
 {
-    TempFile file(matroskaFile(audioTrack(codec, extra), cluster(0, blocks)));
-    qv::Reader reader(file.path().c_str(), nullptr, nullptr);
-    return qv::matroska(reader).tracks.at(0);
+    return parsed(matroskaFile(audioTrack(codec, extra), cluster(0, blocks)),
+                  [](qv::Reader& reader) { return qv::matroska(reader).tracks.at(0); });
 }
 
 std::uint64_t pcmSamples(const std::string& codec, const Bytes& extra, const Bytes& frame)
@@ -75,4 +74,26 @@ TEST(CodecTracks, FlacStreamInfoRateWins)
     EXPECT_EQ(track.sampleRate, 44100u);
     EXPECT_EQ(track.audio.bitsPerSample, 16u);
     EXPECT_EQ(track.samples.at(0).pcmSamples, 4608u);
+}
+
+TEST(CodecTracks, AlacTakesItsFactsFromTheConfiguration)
+{
+    // 4096-sample frames, 24 bits, stereo, 96 kHz, in a track that claims 48 kHz mono.
+    const Bytes config{0, 0, 0x10, 0, 0, 24, 40, 10, 14, 2, 0,    255,
+                       0, 0, 0,    0, 0, 0,  0,  0,  0,  1, 0x77, 0x00};
+    const Bytes full = pack({{1, 3}, {0, 4}, {0, 12}, {0, 1}}, 8);
+    const Bytes last = pack({{1, 3}, {0, 4}, {0, 12}, {1, 1}, {0, 2}, {0, 1}, {100, 32}}, 8);
+    const auto track = demux("A_ALAC", cat({el(0x63A2, config), rate(48000)}),
+                             cat({simpleBlock(0, true, full), simpleBlock(43, true, last)}));
+    EXPECT_EQ(track.sampleRate, 96000u);
+    EXPECT_EQ(track.audio.channels, 2u);
+    EXPECT_EQ(track.audio.bitsPerSample, 24u);
+    ASSERT_EQ(track.samples.size(), 2u);
+    EXPECT_EQ(track.samples[0].pcmSamples, 4096u);
+    EXPECT_EQ(track.samples[1].pcmSamples, 100u);
+    // A configuration cut short fails the file.
+    EXPECT_EQ(openCode(matroskaFile(
+                  audioTrack("A_ALAC", el(0x63A2, Bytes(config.begin(), config.end() - 1))),
+                  cluster(0, simpleBlock(0, true, full)))),
+              qv::kMalformed);
 }

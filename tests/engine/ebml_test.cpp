@@ -8,8 +8,8 @@ using namespace qv_test;
 
 TEST(Ebml, VariableLengthIntegers)
 {
-    TempFile file({0x81, 0x40, 0x02, 0x1A, 0x45, 0xDF, 0xA3, 0xFF, 0x7F, 0xFF, 0x00});
-    qv::Reader r(file.path().c_str(), nullptr, nullptr);
+    const Bytes bytes{0x81, 0x40, 0x02, 0x1A, 0x45, 0xDF, 0xA3, 0xFF, 0x7F, 0xFF, 0x00};
+    auto r = readerOf(bytes);
     const auto end = r.size();
     const auto read = [&](std::uint64_t at, bool id) {
         const auto v = qv::ebml::vint(r, at, end, id);
@@ -30,9 +30,9 @@ TEST(Ebml, ElementsStayInsideTheirParent)
 {
     const auto bytes =
         cat({el(0x4282, {'w', 'e', 'b', 'm'}), unknownSized(0x1F43B675, {0xE7, 0x81, 0x05})});
-    TempFile file(bytes);
-    qv::Reader r(file.path().c_str(), nullptr, nullptr);
-    const auto a = qv::ebml::element(r, 0, r.size());
+    auto r = readerOf(bytes);
+    const auto a = parsed(
+        bytes, [](qv::Reader& reader) { return qv::ebml::element(reader, 0, reader.size()); });
     EXPECT_EQ(a.id, 0x4282u);
     EXPECT_EQ(a.size(), 4u);
     EXPECT_FALSE(a.unknownSize);
@@ -50,11 +50,14 @@ TEST(Ebml, TypedPayloads)
                             el(0xB5, {0x40, 0xE7, 0x70, 0, 0, 0, 0, 0}), // 48000.0
                             el(0xB5, {0x47, 0x3B, 0x80}),                // 3 bytes
                             el(0xFB, {0xFF, 0xFE}), el(0xFB, {}), el(0xD7, {})});
-    TempFile file(bytes);
-    qv::Reader r(file.path().c_str(), nullptr, nullptr);
-    std::vector<qv::ebml::Element> e;
-    for (std::uint64_t p = 0; p < r.size();)
-        e.push_back(qv::ebml::element(r, p, r.size())), p = e.back().end;
+    auto r = readerOf(bytes);
+    const auto e = parsed(bytes, [](qv::Reader& reader) {
+        std::vector<qv::ebml::Element> elements;
+        for (std::uint64_t p = 0; p < reader.size();)
+            elements.push_back(qv::ebml::element(reader, p, reader.size())),
+                p = elements.back().end;
+        return elements;
+    });
     EXPECT_EQ(qv::ebml::floating(r, e[0]), 48000.0);
     EXPECT_EQ(qv::ebml::floating(r, e[1]), 48000.0);
     EXPECT_EQ(codeOf([&] { qv::ebml::floating(r, e[2]); }), qv::kMalformed);
@@ -75,25 +78,34 @@ TEST(Lacing, SplitsXiphFixedAndEbmlLaces)
     Bytes fixed = {0x02};
     fixed.resize(1 + 9, 0xCC);
     const auto all = cat({xiph, ebmlLace, fixed});
-    TempFile file(all);
-    qv::Reader r(file.path().c_str(), nullptr, nullptr);
+    auto r = readerOf(all);
+    // The frames of one lacing, as the demuxer asks for them.
+    const auto split = [](qv::Reader& reader, std::uint64_t start, std::uint64_t end,
+                          qv::Lacing lacing) {
+        qv::Frames frames;
+        qv::splitLaces(reader, start, end, lacing, frames);
+        return frames;
+    };
 
-    auto f = qv::splitLaces(r, 0, xiph.size(), qv::Lacing::Xiph);
+    auto f = parsed(
+        all, [&](qv::Reader& reader) { return split(reader, 0, xiph.size(), qv::Lacing::Xiph); });
     EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{300, 2, 4}));
     EXPECT_EQ(f.dataStart, 4u);
 
     const auto e0 = xiph.size();
-    f = qv::splitLaces(r, e0, e0 + ebmlLace.size(), qv::Lacing::Ebml);
+    f = parsed(all, [&](qv::Reader& reader) {
+        return split(reader, e0, e0 + ebmlLace.size(), qv::Lacing::Ebml);
+    });
     EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{10, 12, 9, 5}));
     EXPECT_EQ(f.dataStart, e0 + 4);
 
     const auto x0 = e0 + ebmlLace.size();
-    f = qv::splitLaces(r, x0, x0 + fixed.size(), qv::Lacing::Fixed);
+    f = split(r, x0, x0 + fixed.size(), qv::Lacing::Fixed);
     EXPECT_EQ(f.sizes, (std::vector<std::uint64_t>{3, 3, 3}));
     // Nine bytes do not split into two equal frames.
-    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, x0, x0 + fixed.size() - 1, qv::Lacing::Fixed); }),
+    EXPECT_EQ(codeOf([&] { split(r, x0, x0 + fixed.size() - 1, qv::Lacing::Fixed); }),
               qv::kMalformed);
     // Lace sizes that add up past the block end are malformed, not wrapped around.
-    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, 0, 200, qv::Lacing::Xiph); }), qv::kMalformed);
-    EXPECT_EQ(codeOf([&] { qv::splitLaces(r, e0, e0 + 20, qv::Lacing::Ebml); }), qv::kMalformed);
+    EXPECT_EQ(codeOf([&] { split(r, 0, 200, qv::Lacing::Xiph); }), qv::kMalformed);
+    EXPECT_EQ(codeOf([&] { split(r, e0, e0 + 20, qv::Lacing::Ebml); }), qv::kMalformed);
 }

@@ -51,9 +51,7 @@ Bytes script()
 
 qv::Index demux(const Bytes& bytes)
 {
-    TempFile file(bytes);
-    qv::Reader reader(file.path().c_str(), nullptr, nullptr);
-    return qv::flv(reader);
+    return parsed(bytes, [](qv::Reader& reader) { return qv::flv(reader); });
 }
 
 Bytes goodFile()

@@ -52,8 +52,8 @@ std::uint32_t be32(const Bytes& d, std::size_t at)
 
 void prepare(qv::Index& index)
 {
-    TempFile file(Bytes(64, 0));
-    qv::Reader reader(file.path().c_str(), nullptr, nullptr);
+    const Bytes bytes(64, 0);
+    auto reader = readerOf(bytes);
     qv::prepareTracks(reader, index);
 }
 

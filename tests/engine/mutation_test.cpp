@@ -14,8 +14,7 @@ using namespace qv_test;
 
 namespace {
 
-const std::filesystem::path kSeeds =
-    std::filesystem::path(__FILE__).parent_path() / "../../fuzz/corpus/media";
+const std::filesystem::path kSeeds = QV_MEDIA_SEEDS;
 
 // A fixed xorshift generator, so a failing variant can be found again by its number.
 std::uint64_t randomNumber()
@@ -30,9 +29,8 @@ std::uint64_t randomNumber()
 // broken promise, or an empty string. Counts the variants that opened.
 std::string exercise(const Bytes& bytes, int& opened)
 {
-    TempFile file(bytes);
     std::uint32_t code = 99;
-    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
+    QVMedia* media = openBytes(bytes, code);
     if (!media) {
         if (code < 1 || code > 5) return "refused with code " + std::to_string(code);
     } else {
@@ -57,7 +55,7 @@ std::string exercise(const Bytes& bytes, int& opened)
         ++opened;
     }
     const std::int32_t presence =
-        qv_media_transport_presence(file.path().c_str(), nullptr, nullptr);
+        qv::transportPresence([&] { return sourceOf(bytes); }, nullptr, nullptr);
     if (presence > 3 || presence < -5) return "presence " + std::to_string(presence);
     return {};
 }

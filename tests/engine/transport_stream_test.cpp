@@ -8,6 +8,9 @@
 using namespace qv_transport;
 using namespace qv_test;
 
+constexpr std::uint32_t kAudio = QV_MEDIA_HAS_AUDIO;
+constexpr std::uint32_t kVideo = QV_MEDIA_HAS_VIDEO;
+
 namespace {
 
 void appendCrc(Bytes& section)
@@ -134,7 +137,7 @@ TEST(TransportStream, DamagedTablesAreIgnored)
     EXPECT_EQ(presence(stream({programs, packet(0x1000, overrun)})), 0u);
 
     // Transport errors, scrambling, adaptation-only packets and a pointer field past the packet.
-    for (const auto [at, value] : {std::pair{1, 0xD0}, {3, 0x90}, {3, 0x20}, {4, 183}}) {
+    for (const auto& [at, value] : {std::pair{1, 0xD0}, {3, 0x90}, {3, 0x20}, {4, 183}}) {
         Bytes damaged = packet(0x1000, pmt({0x1B}));
         damaged[at] = static_cast<std::uint8_t>(value);
         EXPECT_EQ(presence(stream({programs, damaged})), 0u) << at << " " << value;

@@ -4,7 +4,6 @@
 //   qvmedia presence FILE    what a transport stream carries: "audio, video", "audio", "video"
 //                            or "none"
 // A failure prints "error N: <meaning>" on standard error and exits with the engine code N.
-#include "engine/failure.h"
 #include "engine/media.h"
 #include "engine/qv_media.h"
 
@@ -18,8 +17,28 @@ namespace {
 
 int failWith(std::uint32_t code)
 {
-    std::fprintf(stderr, "error %u: %s\n", code, qv::describe(code));
+    std::fprintf(stderr, "error %u: %s\n", code, qv_media_error_text(code));
     return static_cast<int>(code);
+}
+
+// Text as a JSON string (quotes, backslashes and control characters escaped; UTF-8 kept).
+std::string jsonString(const char* text)
+{
+    std::string out = "\"";
+    for (const char* c = text; *c; ++c) {
+        const auto byte = static_cast<unsigned char>(*c);
+        if (byte == '"' || byte == '\\') {
+            out += '\\';
+            out += *c;
+        } else if (byte < 0x20) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof escaped, "\\u%04x", byte);
+            out += escaped;
+        } else {
+            out += *c;
+        }
+    }
+    return out + "\"";
 }
 
 struct Closer {
@@ -36,6 +55,7 @@ int info(const QVMedia& media)
                 static_cast<unsigned long long>(qv_media_sample_count(&media)),
                 qv_media_video_tracks(&media), qv_media_audio_tracks(&media));
     bool first = true;
+    std::uint32_t index = 0;
     for (const auto& t : media.tracks) {
         const auto& timing = t.timing;
         const double seconds =
@@ -47,6 +67,10 @@ int info(const QVMedia& media)
             first ? "" : ",", t.kind == qv::kVideo ? "video" : "audio", qv::codecName(t.codec),
             timing.timescale, static_cast<unsigned long long>(t.sampleCount), seconds,
             static_cast<unsigned long long>(timing.movieOffset), t.isDefault ? "true" : "false");
+        std::printf(",\"language\":%s,\"name\":%s",
+                    jsonString(qv_media_track_language(&media, index)).c_str(),
+                    jsonString(qv_media_track_name(&media, index)).c_str());
+        ++index;
         if (t.kind == qv::kVideo)
             std::printf(",\"width\":%u,\"height\":%u", t.pixelWidth, t.pixelHeight);
         else
@@ -61,7 +85,7 @@ int info(const QVMedia& media)
 int cat(QVMedia& media, const char* outPath)
 {
     std::FILE* out = outPath ? std::fopen(outPath, "wb") : stdout;
-    if (!out) return failWith(qv::kInputOutput);
+    if (!out) return failWith(QV_MEDIA_INPUT_OUTPUT);
     std::vector<std::uint8_t> buffer(QV_MEDIA_MAX_READ);
     const std::uint64_t size = qv_media_size(&media);
     std::uint64_t offset = 0;
@@ -69,17 +93,17 @@ int cat(QVMedia& media, const char* outPath)
     while (offset < size) {
         const auto n = qv_media_read(&media, offset, buffer.data(), buffer.size());
         if (n <= 0) {
-            status = failWith(qv::kInputOutput);
+            status = failWith(QV_MEDIA_INPUT_OUTPUT);
             break;
         }
         if (std::fwrite(buffer.data(), 1, static_cast<std::size_t>(n), out) !=
             static_cast<std::size_t>(n)) {
-            status = failWith(qv::kInputOutput);
+            status = failWith(QV_MEDIA_INPUT_OUTPUT);
             break;
         }
         offset += static_cast<std::uint64_t>(n);
     }
-    if (std::fflush(out) != 0 && status == 0) status = failWith(qv::kInputOutput);
+    if (std::fflush(out) != 0 && status == 0) status = failWith(QV_MEDIA_INPUT_OUTPUT);
     if (outPath) std::fclose(out);
     return status;
 }

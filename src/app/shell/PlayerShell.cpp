@@ -4,8 +4,6 @@
 #include "WebMediaPlayback.h"
 
 #include <QCoreApplication>
-#include <QDir>
-#include <QFileInfo>
 #include <QIcon>
 #include <QQuickWindow>
 #include <QUrl>

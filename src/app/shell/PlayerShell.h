@@ -10,7 +10,6 @@
 #include <QObject>
 #include <QQmlApplicationEngine>
 #include <QSettings>
-#include <QStringList>
 
 class QQuickWindow;
 

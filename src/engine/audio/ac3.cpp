@@ -1,12 +1,12 @@
 #include "ac3.h"
 
-#include "../bit_cursor.h"
-#include "audio_error.h"
+#include "engine/bit_cursor.h"
+#include "engine/failure.h"
 
 namespace qv_audio {
 namespace {
 
-using Cursor = qv::BitCursor<Error>;
+using Cursor = qv::BitCursor;
 
 constexpr std::uint16_t kSyncWord = 0x0B77;
 constexpr std::array<std::uint32_t, 3> kRates{48000, 44100, 32000};
@@ -49,7 +49,7 @@ struct Substream {
 Substream readEac3(std::span<const std::uint8_t> frame)
 {
     Cursor bits(frame);
-    if (bits.bits(16) != kSyncWord) fail(1);
+    if (bits.bits(16) != kSyncWord) qv::fail(qv::kMalformed);
     Substream s;
     s.type = static_cast<unsigned>(bits.bits(2));
     s.id = static_cast<unsigned>(bits.bits(3));
@@ -58,7 +58,7 @@ Substream readEac3(std::span<const std::uint8_t> frame)
     unsigned blockCode = 3;
     if (s.fscod == 3) {
         const auto fscod2 = static_cast<unsigned>(bits.bits(2));
-        if (fscod2 == 3) fail(1);
+        if (fscod2 == 3) qv::fail(qv::kMalformed);
         s.sampleRate = kRates[fscod2] / 2;
     } else {
         blockCode = static_cast<unsigned>(bits.bits(2));
@@ -68,10 +68,10 @@ Substream readEac3(std::span<const std::uint8_t> frame)
     s.acmod = static_cast<unsigned>(bits.bits(3));
     s.lfeon = static_cast<unsigned>(bits.bits(1));
     s.bsid = static_cast<unsigned>(bits.bits(5));
-    if (s.bsid <= 10) fail(2); // an AC-3 frame where E-AC-3 is expected
-    if (s.bsid > 16) fail(2);
-    if (s.type == 3) fail(1);
-    if (s.size > frame.size()) fail(1);
+    if (s.bsid <= 10) qv::fail(qv::kUnsupported); // an AC-3 frame where E-AC-3 is expected
+    if (s.bsid > 16) qv::fail(qv::kUnsupported);
+    if (s.type == 3) qv::fail(qv::kMalformed);
+    if (s.size > frame.size()) qv::fail(qv::kMalformed);
 
     bits.skip(5); // dialnorm
     if (bits.flag()) bits.skip(8);
@@ -129,16 +129,16 @@ std::uint16_t channelLocations(std::uint16_t chanmap)
 Ac3Frame ac3Frame(std::span<const std::uint8_t> frame)
 {
     Cursor bits(frame);
-    if (bits.bits(16) != kSyncWord) fail(1);
+    if (bits.bits(16) != kSyncWord) qv::fail(qv::kMalformed);
     bits.skip(16); // crc1
     const auto fscod = static_cast<unsigned>(bits.bits(2));
     const auto frmsizecod = static_cast<unsigned>(bits.bits(6));
     const auto bsid = static_cast<unsigned>(bits.bits(5));
     const auto bsmod = static_cast<unsigned>(bits.bits(3));
     const auto acmod = static_cast<unsigned>(bits.bits(3));
-    if (bsid > 10) fail(2); // E-AC-3 where AC-3 is expected
-    if (bsid > 8) fail(2);  // half- and quarter-rate variants
-    if (fscod == 3 || frmsizecod > 37) fail(1);
+    if (bsid > 10) qv::fail(qv::kUnsupported); // E-AC-3 where AC-3 is expected
+    if (bsid > 8) qv::fail(qv::kUnsupported);  // half- and quarter-rate variants
+    if (fscod == 3 || frmsizecod > 37) qv::fail(qv::kMalformed);
     if ((acmod & 1) && acmod != 1) bits.skip(2);
     if (acmod & 4) bits.skip(2);
     if (acmod == 2) bits.skip(2);
@@ -160,22 +160,22 @@ Ac3Frame ac3Frame(std::span<const std::uint8_t> frame)
 Eac3Header eac3Header(std::span<const std::uint8_t> frame)
 {
     Cursor bits(frame);
-    if (bits.bits(16) != kSyncWord) fail(1);
+    if (bits.bits(16) != kSyncWord) qv::fail(qv::kMalformed);
     Eac3Header header;
     const auto type = static_cast<unsigned>(bits.bits(2));
-    if (type == 3) fail(1);
+    if (type == 3) qv::fail(qv::kMalformed);
     header.dependent = type == 1;
     header.substream = static_cast<std::uint32_t>(bits.bits(3));
     header.frameSize = (static_cast<std::uint32_t>(bits.bits(11)) + 1) * 2;
     unsigned blockCode = 3;
     if (bits.bits(2) == 3) {
-        if (bits.bits(2) == 3) fail(1);
+        if (bits.bits(2) == 3) qv::fail(qv::kMalformed);
     } else {
         blockCode = static_cast<unsigned>(bits.bits(2));
     }
     bits.skip(4); // acmod, lfeon
     const auto bsid = bits.bits(5);
-    if (bsid <= 10 || bsid > 16) fail(2);
+    if (bsid <= 10 || bsid > 16) qv::fail(qv::kUnsupported);
     header.samples = 256 * kBlocks[blockCode];
     return header;
 }
@@ -194,20 +194,21 @@ Eac3Frame eac3Frame(std::span<const std::uint8_t> frame)
         const Substream s = readEac3(frame.subspan(position));
         if (s.type == 1) {
             // A dependent substream belongs to the independent one before it.
-            if (programmes.empty()) fail(1);
+            if (programmes.empty()) qv::fail(qv::kMalformed);
             auto& owner = programmes.back();
-            if (++owner.dependents > 15) fail(1);
+            if (++owner.dependents > 15) qv::fail(qv::kMalformed);
             if (s.hasChanmap) owner.locations |= channelLocations(s.chanmap);
         } else if (programmes.empty() || s.id == programmes.size()) {
-            if (programmes.size() == 8) fail(1);
+            if (programmes.size() == 8) qv::fail(qv::kMalformed);
             programmes.push_back({s});
         } else {
-            fail(1); // independent substreams are numbered in order, once per access unit
+            qv::fail(qv::kMalformed); // independent substreams are numbered in order, once per
+                                      // access unit
         }
         totalBytes += s.size;
         position += s.size;
     }
-    if (programmes.empty()) fail(1);
+    if (programmes.empty()) qv::fail(qv::kMalformed);
 
     const Substream& first = programmes.front().head;
     Eac3Frame result;

@@ -17,8 +17,8 @@ struct Ac3Frame {
     std::array<std::uint8_t, 3> dac3{}; // payload of the "dac3" box
 };
 
-// Parses the sync frame at the start of `frame` (an A_AC3 block). Throws Error(1) for a bad sync
-// word or reserved codes, Error(2) for bitstream versions that are not plain AC-3.
+// Parses the sync frame at the start of `frame` (an A_AC3 block). Throws kMalformed for a bad sync
+// word or reserved codes, kUnsupported for bitstream versions that are not plain AC-3.
 Ac3Frame ac3Frame(std::span<const std::uint8_t> frame);
 
 struct Eac3Frame {
@@ -30,8 +30,8 @@ struct Eac3Frame {
 
 // Parses every sync frame in `frame` (an A_EAC3 block: one independent substream and its
 // dependent substreams, possibly followed by further programmes) into the facts of the first
-// independent substream and the "dec3" payload that describes them all. Throws Error(1) for
-// damaged frames, Error(2) for bitstream versions outside E-AC-3.
+// independent substream and the "dec3" payload that describes them all. Throws kMalformed for
+// damaged frames, kUnsupported for bitstream versions outside E-AC-3.
 Eac3Frame eac3Frame(std::span<const std::uint8_t> frame);
 
 // The fields of one E-AC-3 sync frame header needed to walk an access unit and count its samples

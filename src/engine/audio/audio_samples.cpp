@@ -1,6 +1,7 @@
 #include "audio_samples.h"
 
 #include "ac3.h"
+#include "alac.h"
 #include "flac.h"
 #include "mpeg_audio.h"
 #include "opus.h"
@@ -42,7 +43,7 @@ std::uint32_t dolbySamples(qv::Reader& reader, qv::Codec codec, std::uint64_t po
             offset += frame.frameSize;
         }
     }
-    if (total == 0 || total > 0xFFFFFFFFu) fail(1);
+    if (total == 0 || total > 0xFFFFFFFFu) qv::fail(qv::kMalformed);
     return static_cast<std::uint32_t>(total);
 }
 
@@ -63,17 +64,19 @@ std::uint32_t audioSamples(qv::Reader& reader, const qv::Track& track, std::uint
     }
     case qv::Codec::Flac:
         return flacFrameSamples(head(reader, position, size, 16));
+    case qv::Codec::Alac:
+        return alacFrameSamples(head(reader, position, size, 7), track.audio.samplesPerFrame);
     case qv::Codec::Ac3:
     case qv::Codec::Eac3:
         return dolbySamples(reader, track.codec, position, size);
     case qv::Codec::Mp3: {
         const auto frame = mpegAudioFrame(head(reader, position, size, 4));
         // Layers I and II would need another sample description than ".mp3".
-        if (frame.layer != 3) fail(2);
+        if (frame.layer != 3) qv::fail(qv::kUnsupported);
         return frame.samplesPerFrame;
     }
     default:
-        fail(2);
+        qv::fail(qv::kUnsupported);
     }
 }
 

@@ -7,8 +7,8 @@
 
 namespace qv_audio {
 
-// The frame lies at position with size bytes in the source. Throws Error(1) for a frame whose
-// header is malformed and Error(2) for a codec without frame logic.
+// The frame lies at position with size bytes in the source. Throws kMalformed for a frame whose
+// header is malformed and kUnsupported for a codec without frame logic.
 std::uint32_t audioSamples(qv::Reader& reader, const qv::Track& track, std::uint64_t position,
                            std::uint64_t size);
 

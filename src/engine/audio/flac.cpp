@@ -1,14 +1,14 @@
 #include "flac.h"
 
-#include "../bit_cursor.h"
-#include "audio_error.h"
+#include "engine/bit_cursor.h"
+#include "engine/failure.h"
 
 #include <array>
 
 namespace qv_audio {
 namespace {
 
-using Cursor = qv::BitCursor<Error>;
+using Cursor = qv::BitCursor;
 
 constexpr std::uint8_t kStreamInfo = 0;
 constexpr std::uint8_t kPadding = 1;
@@ -27,11 +27,11 @@ FlacStreamInfo readStreamInfo(std::span<const std::uint8_t> body)
     info.bitsPerSample = static_cast<std::uint32_t>(bits.bits(5)) + 1;
     info.totalSamples = bits.bits(36);
     // Block sizes below 16 samples are forbidden except for a stream's last frame.
-    if (info.minBlockSize < 16 || info.maxBlockSize < info.minBlockSize) fail(1);
-    if (info.sampleRate == 0) fail(1);
-    if (info.bitsPerSample < 4) fail(1);
+    if (info.minBlockSize < 16 || info.maxBlockSize < info.minBlockSize) qv::fail(qv::kMalformed);
+    if (info.sampleRate == 0) qv::fail(qv::kMalformed);
+    if (info.bitsPerSample < 4) qv::fail(qv::kMalformed);
     // 32-bit samples are a late addition to the format that platform decoders do not take.
-    if (info.bitsPerSample > 24) fail(2);
+    if (info.bitsPerSample > 24) qv::fail(qv::kUnsupported);
     return info;
 }
 
@@ -61,21 +61,21 @@ FlacConfiguration flacConfiguration(std::span<const std::uint8_t> data)
     std::size_t lastHeader = 0;
     bool last = false;
     while (!last) {
-        if (data.size() - position < 4) fail(1);
+        if (data.size() - position < 4) qv::fail(qv::kMalformed);
         const std::uint8_t head = data[position];
         last = (head & 0x80) != 0;
         const std::uint8_t type = head & 0x7F;
         const std::size_t length = (std::size_t{data[position + 1]} << 16) |
                                    (std::size_t{data[position + 2]} << 8) | data[position + 3];
-        if (length > data.size() - position - 4) fail(1);
+        if (length > data.size() - position - 4) qv::fail(qv::kMalformed);
         const auto body = data.subspan(position + 4, length);
-        if (type == kInvalidBlock) fail(1);
+        if (type == kInvalidBlock) qv::fail(qv::kMalformed);
         if (!sawStreamInfo) {
-            if (type != kStreamInfo || length != kStreamInfoSize) fail(1);
+            if (type != kStreamInfo || length != kStreamInfoSize) qv::fail(qv::kMalformed);
             result.info = readStreamInfo(body);
             sawStreamInfo = true;
         } else if (type == kStreamInfo) {
-            fail(1); // only one STREAMINFO per stream
+            qv::fail(qv::kMalformed); // only one STREAMINFO per stream
         }
         if (type != kPadding) {
             lastHeader = result.dfla.size();
@@ -94,27 +94,28 @@ FlacConfiguration flacConfiguration(std::span<const std::uint8_t> data)
 std::uint32_t flacFrameSamples(std::span<const std::uint8_t> frame)
 {
     Cursor bits(frame);
-    if (bits.bits(14) != 0x3FFE) fail(1);
-    if (bits.flag()) fail(1); // reserved
+    if (bits.bits(14) != 0x3FFE) qv::fail(qv::kMalformed);
+    if (bits.flag()) qv::fail(qv::kMalformed); // reserved
     const bool variableBlocking = bits.flag();
     const auto blockCode = static_cast<unsigned>(bits.bits(4));
     const auto rateCode = static_cast<unsigned>(bits.bits(4));
     const auto channelCode = static_cast<unsigned>(bits.bits(4));
     const auto sizeCode = static_cast<unsigned>(bits.bits(3));
-    if (bits.flag()) fail(1); // reserved
-    if (blockCode == 0 || rateCode == 15 || channelCode > 10 || sizeCode == 3) fail(1);
+    if (bits.flag()) qv::fail(qv::kMalformed); // reserved
+    if (blockCode == 0 || rateCode == 15 || channelCode > 10 || sizeCode == 3)
+        qv::fail(qv::kMalformed);
 
     // The coded frame or sample number: UTF-8 style, up to 7 bytes for 36-bit sample numbers.
     const auto lead = static_cast<std::uint8_t>(bits.bits(8));
     int extra = 0;
     if (lead >= 0x80) {
-        if (lead == 0xFF || (lead & 0xC0) == 0x80) fail(1);
+        if (lead == 0xFF || (lead & 0xC0) == 0x80) qv::fail(qv::kMalformed);
         for (std::uint8_t mask = 0x40; lead & mask; mask >>= 1)
             ++extra;
-        if (extra > (variableBlocking ? 6 : 5)) fail(1);
+        if (extra > (variableBlocking ? 6 : 5)) qv::fail(qv::kMalformed);
     }
     for (int i = 0; i < extra; ++i) {
-        if ((bits.bits(8) & 0xC0) != 0x80) fail(1);
+        if ((bits.bits(8) & 0xC0) != 0x80) qv::fail(qv::kMalformed);
     }
 
     std::uint32_t samples = 0;
@@ -136,7 +137,7 @@ std::uint32_t flacFrameSamples(std::span<const std::uint8_t> frame)
 
     const auto headerBytes = static_cast<std::size_t>(bits.position() / 8);
     const auto crc = static_cast<std::uint8_t>(bits.bits(8));
-    if (crc8(frame.first(headerBytes)) != crc) fail(1);
+    if (crc8(frame.first(headerBytes)) != crc) qv::fail(qv::kMalformed);
     return samples;
 }
 

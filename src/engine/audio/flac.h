@@ -24,12 +24,12 @@ struct FlacConfiguration {
 };
 
 // Parses codec private data: the "fLaC" marker (optional, as some muxers leave it out) followed by
-// metadata blocks, the first being STREAMINFO. Throws Error(1) for truncated or inconsistent
-// blocks, Error(2) for streams the MP4 side cannot carry (samples wider than 24 bits).
+// metadata blocks, the first being STREAMINFO. Throws kMalformed for truncated or inconsistent
+// blocks, kUnsupported for streams the MP4 side cannot carry (samples wider than 24 bits).
 FlacConfiguration flacConfiguration(std::span<const std::uint8_t> codecPrivate);
 
 // Samples per channel in the frame that starts with the given bytes. The header's CRC-8 is
-// checked. Throws Error(1) for a bad sync code, reserved values or a CRC mismatch.
+// checked. Throws kMalformed for a bad sync code, reserved values or a CRC mismatch.
 std::uint32_t flacFrameSamples(std::span<const std::uint8_t> frame);
 
 } // namespace qv_audio

@@ -1,6 +1,6 @@
 #include "mpeg_audio.h"
 
-#include "audio_error.h"
+#include "engine/failure.h"
 
 #include <array>
 
@@ -21,17 +21,18 @@ constexpr std::array<std::uint32_t, 3> kMpeg1Rates{44100, 48000, 32000};
 
 MpegAudioFrame mpegAudioFrame(std::span<const std::uint8_t> frame)
 {
-    if (frame.size() < 4) fail(1);
+    if (frame.size() < 4) qv::fail(qv::kMalformed);
     const std::uint32_t header = (std::uint32_t{frame[0]} << 24) | (std::uint32_t{frame[1]} << 16) |
                                  (std::uint32_t{frame[2]} << 8) | frame[3];
-    if ((header >> 21) != 0x7FF) fail(1);
+    if ((header >> 21) != 0x7FF) qv::fail(qv::kMalformed);
     const unsigned versionBits = (header >> 19) & 3;
     const unsigned layerBits = (header >> 17) & 3;
     const unsigned bitrateIndex = (header >> 12) & 15;
     const unsigned rateIndex = (header >> 10) & 3;
     const unsigned padding = (header >> 9) & 1;
     const unsigned mode = (header >> 6) & 3;
-    if (versionBits == 1 || layerBits == 0 || bitrateIndex == 15 || rateIndex == 3) fail(1);
+    if (versionBits == 1 || layerBits == 0 || bitrateIndex == 15 || rateIndex == 3)
+        qv::fail(qv::kMalformed);
 
     MpegAudioFrame result;
     result.version = versionBits == 3   ? MpegVersion::Mpeg1

@@ -21,7 +21,7 @@ struct MpegAudioFrame {
     std::uint8_t objectType = 0;
 };
 
-// Parses the 4-byte header at the start of `frame`. Throws Error(1) for a missing sync word or
+// Parses the 4-byte header at the start of `frame`. Throws kMalformed for a missing sync word or
 // reserved fields.
 MpegAudioFrame mpegAudioFrame(std::span<const std::uint8_t> frame);
 

@@ -1,28 +1,31 @@
 #include "opus.h"
 
+#include "engine/engine_limits.h"
+
 #include <cstring>
 
 namespace qv_audio {
 
 OpusHead opusHead(const std::vector<std::uint8_t>& data)
 {
-    if (data.size() < 19 || std::memcmp(data.data(), "OpusHead", 8) != 0) fail(2);
+    if (data.size() < 19 || std::memcmp(data.data(), "OpusHead", 8) != 0)
+        qv::fail(qv::kUnsupported);
     OpusHead head;
     head.channels = data[9];
-    if (head.channels < 1 || head.channels > 8) fail(1);
+    if (head.channels < 1 || head.channels > qv::limits::kMaxChannels) qv::fail(qv::kMalformed);
     head.preSkip = static_cast<std::uint16_t>(data[10] | (data[11] << 8));
     head.inputRate = static_cast<std::uint32_t>(data[12] | (data[13] << 8) | (data[14] << 16)) |
                      (static_cast<std::uint32_t>(data[15]) << 24);
     head.outputGain = static_cast<std::int16_t>(data[16] | (data[17] << 8));
     head.mappingFamily = data[18];
     if (head.mappingFamily != 0) {
-        if (data.size() < 21u + head.channels) fail(1);
+        if (data.size() < 21u + head.channels) qv::fail(qv::kMalformed);
         head.streamCount = data[19];
         head.coupledCount = data[20];
-        if (head.streamCount == 0 || head.coupledCount > head.streamCount) fail(1);
+        if (head.streamCount == 0 || head.coupledCount > head.streamCount) qv::fail(qv::kMalformed);
         head.mapping.assign(data.begin() + 21, data.begin() + 21 + head.channels);
     } else if (head.channels > 2) {
-        fail(1);
+        qv::fail(qv::kMalformed);
     }
     return head;
 }
@@ -51,7 +54,7 @@ std::vector<std::uint8_t> opusSpecificBox(const OpusHead& head)
 
 std::uint32_t opusPacketSamples(const std::uint8_t* packet, std::uint64_t size)
 {
-    if (size < 1) fail(1);
+    if (size < 1) qv::fail(qv::kMalformed);
     const unsigned toc = packet[0];
     const unsigned config = toc >> 3;
     // Frame length in 48 kHz samples for each configuration (RFC 6716 table 2).
@@ -75,13 +78,13 @@ std::uint32_t opusPacketSamples(const std::uint8_t* packet, std::uint64_t size)
         frames = 2;
         break;
     default:
-        if (size < 2) fail(1);
+        if (size < 2) qv::fail(qv::kMalformed);
         frames = packet[1] & 0x3F;
-        if (frames == 0) fail(1);
+        if (frames == 0) qv::fail(qv::kMalformed);
         break;
     }
     const std::uint32_t total = frames * frame;
-    if (total > 5760) fail(1); // 120 ms is the most one packet may hold
+    if (total > qv::limits::kMaxOpusPacketSamples) qv::fail(qv::kMalformed);
     return total;
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 // Opus in Matroska: the OpusHead identification header and the packet TOC (RFC 6716, 7845).
-#include "audio_error.h"
+#include "engine/failure.h"
 
 #include <cstdint>
 #include <vector>
@@ -18,7 +18,7 @@ struct OpusHead {
     std::vector<std::uint8_t> mapping; // one entry per channel when the family is not 0
 };
 
-// Error(2) unless the data is at least 19 bytes and begins with "OpusHead"; Error(1) for a
+// kUnsupported unless the data is at least 19 bytes and begins with "OpusHead"; kMalformed for a
 // channel count outside 1 to 8 or a truncated mapping table.
 OpusHead opusHead(const std::vector<std::uint8_t>& data);
 
@@ -26,7 +26,7 @@ OpusHead opusHead(const std::vector<std::uint8_t>& data);
 std::vector<std::uint8_t> opusSpecificBox(const OpusHead& head);
 
 // Samples at 48 kHz that one packet decodes to, from its TOC byte (and frame count byte for
-// code 3). Error(1) for an empty or inconsistent packet or more than 120 ms.
+// code 3). kMalformed for an empty or inconsistent packet or more than 120 ms.
 std::uint32_t opusPacketSamples(const std::uint8_t* packet, std::uint64_t size);
 
 } // namespace qv_audio

@@ -1,5 +1,6 @@
 // The native backend against real GStreamer and real files: what it reports when a file opens,
 // how it plays, pauses, seeks and ends, and which code it fails with.
+#include "InterfaceLanguage.h"
 #include "NativePlayback.h"
 #include "NativeTestSupport.h"
 
@@ -164,6 +165,23 @@ TEST_F(NativePlaybackTest, AudioTracksSwitchAndTheSnapshotFollows)
         backend.selectTrack(PlaybackTrackKind::Audio, 3); // past the last track: ignored
         QTest::qWait(50);
         EXPECT_EQ(backend.snapshot().audioID, 2) << name;
+    }
+}
+
+// Qt reads no language or title back from the virtual MP4; the labels come from the engine.
+TEST_F(NativePlaybackTest, ContainerAudioTracksAreLabelledFromTheFileInTheInterfaceLanguage)
+{
+    const std::pair<QString, QStringList> cases[] = {
+        {"en", {"English \u2014 Commentary", "Japanese"}},
+        {"zh-Hans", {"\u82f1\u8bed \u2014 Commentary", "\u65e5\u8bed"}},
+    };
+    for (const auto& [language, labels] : cases) {
+        InterfaceLanguage interface(language);
+        recorder.events.clear();
+        const auto info = openReady("native-two-audio-named.mkv");
+        ASSERT_EQ(info.tracks.size(), 2) << qPrintable(language);
+        EXPECT_EQ(info.tracks[0].label.toStdString(), labels[0].toStdString());
+        EXPECT_EQ(info.tracks[1].label.toStdString(), labels[1].toStdString());
     }
 }
 
