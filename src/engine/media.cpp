@@ -33,7 +33,8 @@ std::vector<std::uint8_t> fileType()
 }
 
 // Copies a fixed number of bytes, all loaded before any is stored.
-template <std::size_t N> inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
+template <std::size_t N>
+inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
 {
     std::uint8_t block[N];
     std::memcpy(block, source, N);
@@ -71,6 +72,16 @@ Index demux(Reader& reader)
 QVMedia::QVMedia(const char* path, qv::CancelFn cancel, void* context)
     : reader(path, cancel, context)
 {
+    fragmented = qv::FragmentedMovie::open(reader);
+    if (fragmented) {
+        const auto& index = fragmented->index();
+        tracks = index.tracks;
+        sampleCount = index.sampleCount;
+        format = index.format;
+        timecodeScale = index.timecodeScale;
+        size = fragmented->size();
+        return;
+    }
     qv::Index index = qv::demux(reader);
     qv::require(!index.tracks.empty(), qv::kUnsupported);
     qv::prepareTracks(reader, index);
@@ -147,6 +158,7 @@ void QVMedia::layout(qv::Index& index)
 void QVMedia::read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t n)
 {
     using namespace qv;
+    if (fragmented) return fragmented->read(offset, buffer, n);
     std::uint64_t done = 0;
     if (offset < header.size()) {
         done = std::min<std::uint64_t>(header.size() - offset, n);

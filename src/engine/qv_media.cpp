@@ -2,8 +2,8 @@
 #include "qv_media.h"
 
 #include "audio/audio_error.h"
-#include "failure.h"
 #include "engine_limits.h"
+#include "failure.h"
 #include "media.h"
 #include "transport_stream.h"
 
@@ -81,6 +81,12 @@ uint32_t qv_media_audio_tracks(const QVMedia* media)
 uint32_t qv_media_format(const QVMedia* media)
 {
     return media ? media->format : 0;
+}
+
+uint32_t qv_media_layout(const QVMedia* media)
+{
+    if (!media) return 0;
+    return media->fragmented ? QV_MEDIA_LAYOUT_FRAGMENTED : QV_MEDIA_LAYOUT_FULL;
 }
 
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count)

@@ -4,9 +4,10 @@
  * Quorvane container engine: turns a Matroska/WebM or FLV file into a virtual MP4 file.
  *
  * Opening a file reads its structure, indexes every sample of every accepted track and builds the
- * MP4 header (ftyp + moov + a 16-byte mdat header) in memory. Every sample's bytes stay in the
- * source file; a read of the virtual file copies header bytes from memory and sample bytes from the
- * source at their own position. Nothing is converted or written to disk.
+ * MP4 header (ftyp + moov + a 16-byte mdat header) in memory; large Matroska files with Cues are
+ * laid out as a fragmented MP4 instead and indexed lazily (see qv_media_layout). Every sample's
+ * bytes stay in the source file; a read of the virtual file copies header bytes from memory and
+ * sample bytes from the source at their own position. Nothing is converted or written to disk.
  *
  * Error codes, reported by qv_media_open through its out-parameter and by
  * qv_media_transport_presence as negative results:
@@ -40,6 +41,9 @@ typedef int (*qv_media_cancel_fn)(void* context);
 /* Format codes returned by qv_media_format. */
 enum { QV_MEDIA_FORMAT_MATROSKA = 1, QV_MEDIA_FORMAT_FLV = 2 };
 
+/* Layouts returned by qv_media_layout. */
+enum { QV_MEDIA_LAYOUT_FULL = 1, QV_MEDIA_LAYOUT_FRAGMENTED = 2 };
+
 /* Presence bits returned by qv_media_transport_presence. */
 enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
 
@@ -53,16 +57,20 @@ enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
  * 5 for any unexpected failure).
  * Returns the handle, owned by the caller and released with qv_media_close, or null on failure.
  */
-QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context,
-                       uint32_t* error);
+QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error);
 
-/* Destroys the handle and closes the file. Null is ignored. Call once, after every read returned. */
+/* Destroys the handle and closes the file. Null is ignored. Call once, after every read returned.
+ */
 void qv_media_close(QVMedia* media);
 
 /* The virtual MP4 file's size in bytes; 0 for null. */
 uint64_t qv_media_size(const QVMedia* media);
 
-/* Total number of samples over all tracks; 0 for null. */
+/*
+ * Total number of samples over all tracks, as known when the file was opened; 0 for null. In the
+ * full layout that is every sample. In the fragmented layout only the first and last cluster runs
+ * are indexed at open, so it counts their samples; the rest are indexed as they are read.
+ */
 uint64_t qv_media_sample_count(const QVMedia* media);
 
 /* Number of video tracks; 0 for null. */
@@ -73,6 +81,20 @@ uint32_t qv_media_audio_tracks(const QVMedia* media);
 
 /* QV_MEDIA_FORMAT_MATROSKA (Matroska and WebM) or QV_MEDIA_FORMAT_FLV; 0 for null. */
 uint32_t qv_media_format(const QVMedia* media);
+
+/*
+ * Which layout the virtual file got; 0 for null.
+ * QV_MEDIA_LAYOUT_FULL: ftyp, moov with every sample, one mdat; opening indexed every sample.
+ * QV_MEDIA_LAYOUT_FRAGMENTED: ftyp, a moov with mvex, one moof + mdat per run of clusters between
+ * Matroska cue points, and an mfra. Opening read only the header elements, the Cues and the first
+ * and last cluster runs; each moof is built on the first read that touches it, so such a read may
+ * take as long as indexing its clusters, and a cluster found damaged then (or a timing rule that
+ * fails in it) fails that read and every later read of that fragment. Matroska/WebM files of at
+ * least 128 MiB whose Cues locate their clusters get this layout; smaller files, files without
+ * usable Cues and FLV files keep the full one. The environment variable QV_MEDIA_LAYOUT set to
+ * "fragmented" or "full" overrides the choice (for tests), read when a file is opened.
+ */
+uint32_t qv_media_layout(const QVMedia* media);
 
 /*
  * Copies up to `count` bytes of the virtual file, starting at `offset`, into `buffer`.
