@@ -54,6 +54,10 @@ TimedRun timeVideo(const Track& t, const FragmentClock& clock, std::optional<std
         if (i + 1 < n) {
             const auto gap = sorted[i + 1] - sorted[i];
             if (gap > 0 && gap <= 0xFFFFFFFFll) duration = gap;
+            // Pictures sharing a time (a hidden reference frame beside its shown one) must still
+            // decode in turn. With the next fragment's start fixed, they take one unit each
+            // rather than a frame's length, so that the fragment still ends where the next begins.
+            if (gap == 0 && next) duration = 1;
         } else if (next) {
             // The next fragment decodes from its own first time on; a last frame that would have
             // to last zero or less means the fragments overlap, which no time could express.
