@@ -265,8 +265,20 @@ const std::vector<std::uint8_t>& FragmentedMovie::moof(std::size_t i)
     for (const auto& [at, bytes] : m_moofs)
         if (at == i) return bytes;
     Index samples = indexFragment(i);
+    // Video's last frame lasts until the next fragment's first picture, so that one is indexed
+    // too (and kept for its own read). Audio needs nothing from it. When the next fragment is
+    // damaged, its own read fails; this one still ends its last frame on the usual length.
     std::optional<Index> next;
-    if (i + 1 < m_fragments.size()) next = indexFragment(i + 1);
+    const bool video = std::any_of(m_index.tracks.begin(), m_index.tracks.end(),
+                                   [](const Track& t) { return t.kind == kVideo; });
+    if (video && i + 1 < m_fragments.size()) {
+        try {
+            next = indexFragment(i + 1);
+        } catch (const Failure& failure) {
+            if (failure.code() == kCancelled) throw;
+        } catch (const qv_audio::Error&) {
+        }
+    }
     std::vector<MoofTrack> tracks;
     for (std::size_t t = 0; t < samples.tracks.size(); ++t) {
         const Track& track = samples.tracks[t];
