@@ -51,8 +51,6 @@ Built withCues(const std::vector<Bytes>& clusters,
                   el(0x4DBB, cat({el(0x53AB, be(0x1C53BB6B, 4)), uintEl(0x53AC, at, 8)})));
     };
     const auto tracks = el(0x1654AE6B, aacTrack());
-    const std::uint64_t head =
-        4 + 8 + ebmlHeader().size() - 12 + 12; // EBML header + Segment ID+size
     Built built;
     std::uint64_t relative = seekHead(0).size() + tracks.size();
     Bytes body;
@@ -73,7 +71,6 @@ Built withCues(const std::vector<Bytes>& clusters,
         cat({ebmlHeader(),
              el(0x18538067, cat({seekHead(relative), tracks, body, el(0x1C53BB6B, points)}))});
     const auto segmentStart = ebmlHeader().size() + 12;
-    (void)head;
     for (const auto s : starts)
         built.clusters.push_back(segmentStart + s);
     return built;
