@@ -80,6 +80,7 @@ double nativeFirstPicture(NativePlayback& backend, const QString& path)
     backend.open(QUrl::fromLocalFile(path));
     if (ms < 0 && !failed) loop.exec();
     QObject::disconnect(shown);
+    backend.setOnEvent([](const PlaybackEvent&) {});
     backend.stop();
     return failed ? -1 : ms;
 }
@@ -95,7 +96,8 @@ double playbinFirstPicture(const QString& path)
     double ms = -1;
     QElapsedTimer clock;
     QEventLoop loop;
-    QObject::connect(&sink, &QVideoSink::videoFrameChanged, [&](const QVideoFrame& frame) {
+    // The loop is the context: the sink announces an empty frame when it goes away.
+    QObject::connect(&sink, &QVideoSink::videoFrameChanged, &loop, [&](const QVideoFrame& frame) {
         if (ms < 0 && frame.isValid()) ms = double(clock.nsecsElapsed()) / 1e6;
         loop.quit();
     });
