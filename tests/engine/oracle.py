@@ -31,6 +31,8 @@ REFUSED = {
 # these keep the full layout all the same.
 STAYS_FULL = {
     'axm-sample_last_cluster.mkv': 'its Tracks come after the first Cluster',
+    'axm-bear-flac-16bit.mka': 'no Cues',
+    'axm-bear-opus.mka': 'no Cues',
 }
 # Stream facts the MP4 must keep, and values of them that say nothing.
 KEPT = {'width': (), 'height': (), 'sample_rate': (), 'channels': (),
