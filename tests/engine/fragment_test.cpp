@@ -255,3 +255,22 @@ TEST(Fragments, DamagedOrOverfullClusterFailsItsOwnFragment)
     ::unsetenv("QV_MEDIA_LAYOUT");
     EXPECT_EQ(openCode(cases[0].built.file), 1u);
 }
+
+// A moof is built under the read's cancellation polling: cancelled, the read fails with 4; once the
+// callback lets go, the same fragment builds and reads as if nothing happened.
+TEST(Fragments, CancelledWhileBuildingAMoof)
+{
+    Layout forced("fragmented");
+    TempFile file(withCues(fourClusters(), cuesAtClusters(4)).file);
+    bool cancel = false;
+    const auto poll = [](void* context) { return *static_cast<bool*>(context) ? 1 : 0; };
+    QVMedia media(file.path().c_str(), poll, &cancel);
+    ASSERT_TRUE(media.fragmented);
+    const auto at = media.fragmented->fragments()[2].position;
+    Bytes first(64), again(64);
+    cancel = true;
+    EXPECT_EQ(codeOf([&] { media.read(at, first.data(), first.size()); }), 4u);
+    cancel = false;
+    EXPECT_EQ(codeOf([&] { media.read(at, again.data(), again.size()); }), 0u);
+    EXPECT_EQ(type(again, 0), "moof");
+}
