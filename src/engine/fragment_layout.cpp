@@ -138,6 +138,8 @@ bool FragmentedMovie::build()
         m_fragments.front().startNs = earliest;
     }
 
+    // The first read of the file will want fragment 0's moof: keep what open already indexed.
+    Index firstAgain = first;
     prepareTracks(m_reader, first);
     const Index& final = lastAt > 0 ? last : first;
     for (std::size_t t = 0; t < first.tracks.size(); ++t) {
@@ -242,6 +244,7 @@ bool FragmentedMovie::build()
     require(m_size < ~std::uint64_t(0), kTooLarge);
     m_reader.check();
     m_reader.dropCache();
+    m_ahead.emplace(0, std::move(firstAgain));
     return true;
 }
 
