@@ -124,6 +124,9 @@ bool FragmentedMovie::build()
     Index last = lastAt > 0 ? indexFragment(lastAt) : Index{};
     for (const auto& t : first.tracks)
         if (lastAt > 0 && t.discardPadding > 0) return false; // only the file's end may trim
+    // Every track's end is read from the last fragment, so each must be there.
+    for (const auto& t : last.tracks)
+        if (t.samples.empty()) return false;
     const std::uint64_t openedSamples = first.sampleCount + last.sampleCount;
     std::vector<std::uint64_t> firstCounts, lastCounts;
     for (std::size_t t = 0; t < first.tracks.size(); ++t) {
@@ -200,12 +203,12 @@ bool FragmentedMovie::build()
             estimate[t] = static_cast<std::uint64_t>(
                 std::min<unsigned __int128>(expected + kSlackSamples, f.length));
         }
-        f.slot = moofBound(estimate, video) + kFreeHeader;
-        const std::uint64_t cap = fixed + 36 * f.length + kFreeHeader;
-        f.slot = std::min(f.slot, cap);
         // The payload must lie within a signed 32-bit offset of the moof.
-        if (f.length > kMaxFragmentSpan || f.slot + kMdatHeader > kMaxFragmentSpan - f.length)
-            return false;
+        if (f.length > kMaxFragmentSpan) return false;
+        f.slot = moofBound(estimate, video) + kFreeHeader;
+        const std::uint64_t cap = fixed + kMoofBytesPerSample * f.length + kFreeHeader;
+        f.slot = std::min(f.slot, cap);
+        if (f.slot + kMdatHeader > kMaxFragmentSpan - f.length) return false;
     }
 
     // The moov: today's tracks, no samples, and mvex.

@@ -27,6 +27,7 @@ constexpr std::uint64_t kTrafFixed = 8 + 16 + 20 + 28;
 constexpr std::uint64_t kRunFixed = 20;
 constexpr std::uint64_t kVideoEntry = 16;
 constexpr std::uint64_t kAudioEntry = 8;
+static_assert(kMoofBytesPerSample == kRunFixed + kVideoEntry);
 
 std::int64_t units(const Sample& s, const FragmentClock& clock)
 {

@@ -49,6 +49,9 @@ struct MoofTrack {
 std::vector<std::uint8_t> writeMoof(std::uint32_t sequence, const std::vector<MoofTrack>& tracks,
                                     std::uint64_t source, std::uint64_t payloadOffset);
 
+// The most bytes one sample can add to a moof: a trun of its own with a video entry.
+inline constexpr std::uint64_t kMoofBytesPerSample = 36;
+
 // The largest moof writeMoof can make for these per-track sample counts.
 std::uint64_t moofBound(const std::vector<std::uint64_t>& samples, const std::vector<bool>& video);
 
