@@ -27,6 +27,8 @@ constexpr std::uint64_t kFreeHeader = 8;
 constexpr std::size_t kMoofCache = 16;
 // Estimated sample counts: twice the first fragment's rate, plus this many per track.
 constexpr std::uint64_t kSlackSamples = 16;
+// Fragments looked through, back from the last, for the end of a track that stops early.
+constexpr std::size_t kEndSearch = 8;
 // trun data offsets are signed 32-bit, counted from the moof.
 constexpr std::uint64_t kMaxFragmentSpan = 0x7FFFFFFF;
 
@@ -123,10 +125,24 @@ bool FragmentedMovie::build()
         if (t.samples.empty()) return false;
     Index last = lastAt > 0 ? indexFragment(lastAt) : Index{};
     for (const auto& t : first.tracks)
-        if (lastAt > 0 && t.discardPadding > 0) return false; // only the file's end may trim
-    // Every track's end is read from the last fragment, so each must be there.
-    for (const auto& t : last.tracks)
-        if (t.samples.empty()) return false;
+        if (lastAt > 0 && t.discardPadding > 0) return false; // only a track's end may trim
+    // Each track ends in the last fragment that holds it: normally the last one, but a track that
+    // stops early (sound ending before the picture) is looked for a few fragments back.
+    const Index& final = lastAt > 0 ? last : first;
+    std::deque<Index> earlier;
+    std::vector<const Track*> ends;
+    for (std::size_t t = 0; t < first.tracks.size(); ++t) {
+        std::size_t at = lastAt;
+        const Track* end = &final.tracks[t];
+        while (end->samples.empty() && at > 1 && lastAt - at < kEndSearch) {
+            --at;
+            earlier.push_back(indexFragment(at));
+            end = &earlier.back().tracks[t];
+        }
+        if (end->samples.empty()) return false;
+        ends.push_back(end);
+        m_endFragments.push_back(at);
+    }
     const std::uint64_t openedSamples = first.sampleCount + last.sampleCount;
     std::vector<std::uint64_t> firstCounts, lastCounts;
     for (std::size_t t = 0; t < first.tracks.size(); ++t) {
@@ -144,7 +160,6 @@ bool FragmentedMovie::build()
     // The first read of the file will want fragment 0's moof: keep what open already indexed.
     Index firstAgain = first;
     prepareTracks(m_reader, first);
-    const Index& final = lastAt > 0 ? last : first;
     for (std::size_t t = 0; t < first.tracks.size(); ++t) {
         Track& prepared = first.tracks[t];
         auto& timing = prepared.timing;
@@ -158,17 +173,16 @@ bool FragmentedMovie::build()
             clock.shift = static_cast<std::int64_t>(timing.mediaStart);
             if (lastAt > 0)
                 clock.shift =
-                    std::max(clock.shift, timeRun(last.tracks[t], clock, std::nullopt).neededShift);
+                    std::max(clock.shift, timeRun(*ends[t], clock, std::nullopt).neededShift);
             timing.mediaStart = static_cast<std::uint64_t>(clock.shift);
-            const auto end =
-                std::max(timeRun(prepared, clock, std::nullopt).presentationEnd,
-                         timeRun(final.tracks[t], clock, std::nullopt).presentationEnd);
+            const auto end = std::max(timeRun(prepared, clock, std::nullopt).presentationEnd,
+                                      timeRun(*ends[t], clock, std::nullopt).presentationEnd);
             timing.mediaEnd = static_cast<std::uint64_t>(end);
         } else {
             clock.originNs = prepared.samples.front().time;
-            const auto run = timeRun(final.tracks[t], clock, std::nullopt);
-            const auto padding = toTrackUnits(
-                static_cast<std::int64_t>(final.tracks[t].discardPadding), clock.timescale);
+            const auto run = timeRun(*ends[t], clock, std::nullopt);
+            const auto padding =
+                toTrackUnits(static_cast<std::int64_t>(ends[t]->discardPadding), clock.timescale);
             timing.mediaEnd = static_cast<std::uint64_t>(std::max<std::int64_t>(
                 run.presentationEnd - padding, static_cast<std::int64_t>(timing.mediaStart)));
         }
@@ -288,8 +302,8 @@ const std::vector<std::uint8_t>& FragmentedMovie::moof(std::size_t i)
     std::vector<MoofTrack> tracks;
     for (std::size_t t = 0; t < samples.tracks.size(); ++t) {
         const Track& track = samples.tracks[t];
-        // DiscardPadding trims the end of a stream, so only the last fragment may carry it.
-        require(track.discardPadding == 0 || i + 1 == m_fragments.size(), kUnsupported);
+        // DiscardPadding trims the end of a stream, so only the track's last fragment may carry it.
+        require(track.discardPadding == 0 || i == m_endFragments[t], kUnsupported);
         std::optional<std::int64_t> following;
         if (next && !next->tracks[t].samples.empty())
             following = fragmentStart(next->tracks[t], m_clocks[t]);

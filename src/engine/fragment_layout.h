@@ -70,6 +70,7 @@ private:
     Index m_heads; // the tracks as the demuxer read them, without samples
     Index m_index; // the same tracks prepared, with their timing
     std::vector<FragmentClock> m_clocks;
+    std::vector<std::size_t> m_endFragments; // per track, the fragment holding its last sample
     std::vector<Fragment> m_fragments;
     std::vector<std::uint8_t> m_header; // ftyp + moov
     std::vector<std::uint8_t> m_mfra;
