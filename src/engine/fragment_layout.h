@@ -4,16 +4,20 @@
 //   ftyp | moov (with mvex) | per fragment: moof slot, mdat header, payload | mfra
 //
 // Open reads the header elements, the Cues and the first and last cluster runs (for the edit
-// lists and durations), and nothing else. A fragment covers the clusters from one cued cluster to
-// the next; its mdat payload is those source bytes unchanged, and its moof is built only when a
-// read first touches it. Every virtual offset is fixed at open, so each moof gets a slot of
-// reserved size, the rest of which is a free box.
+// lists and durations; for a track that stops early, up to 8 runs back to its end), and nothing
+// else. Cues are trusted as far as open sees: a cue outside the Segment or before the first
+// Cluster keeps the full layout, one that turns out not to name a Cluster fails the reads of its
+// fragment. A fragment covers the clusters from one cued cluster to the next; its mdat payload is
+// those source bytes unchanged, and its moof is built only when a read first touches it. Every
+// virtual offset is fixed at open, so each moof gets a slot of reserved size, the rest of which
+// is a free box.
 //
 // The slot: the moof of a fragment of s_t samples per track takes at most moofBound(s) bytes
 // (one trun per sample, the worst case). s_t is estimated from the fragment's time span (from the
-// Cues) at twice the rate the first fragment shows, plus 16, and never above the bytes of the
-// payload (every sample is at least one byte); the first and last fragments' counts are known
-// exactly. A fragment whose samples outgrow the estimate fails its read with kTooLarge.
+// Cues) at twice the rate the first fragment shows, plus 16. The slot never exceeds the bound
+// that holds for any content, moofBound with no samples plus kMoofBytesPerSample per payload byte
+// (every sample takes at least one byte), and the first and last fragments' counts are known
+// exactly. A fragment whose samples outgrow the estimate fails its reads with kTooLarge.
 #include "fragment_writer.h"
 #include "index.h"
 #include "reader.h"
