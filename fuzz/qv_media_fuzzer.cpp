@@ -1,6 +1,7 @@
 // Fuzz target for the engine's flat interface: every input is opened from memory as a container
-// (the same open as qv_media_open, over a memory source), read back in full through qv_media_read,
-// and probed as a transport stream. Any crash, sanitizer report, hang or runaway allocation is a
+// (the same open as qv_media_open, over a memory source) in each layout (full, and fragmented where
+// Matroska Cues allow it), read back in full through qv_media_read, and probed as a transport
+// stream. Any crash, sanitizer report, hang or runaway allocation is a
 // finding; refusals with a code are expected.
 #include "engine/media.h"
 #include "engine/qv_media.h"
@@ -23,31 +24,44 @@ qv::SourceMaker memory(const std::uint8_t* data, std::size_t size)
     };
 }
 
+// Opens the input in one layout and reads all of it. A fragmented file builds each moof on its
+// first read and may fail that read alone (a damaged cluster), so a failed piece is skipped rather
+// than ending the walk: every fragment gets read.
+void readBack(const std::uint8_t* data, std::size_t size, const char* layout)
+{
+    ::setenv("QV_MEDIA_LAYOUT", layout, 1);
+    std::uint32_t error = 0;
+    QVMedia* media = qv::openMedia(memory(data, size), nullptr, nullptr, &error);
+    ::unsetenv("QV_MEDIA_LAYOUT");
+    if (!media) {
+        if (error == 0) std::abort(); // a refusal must carry a code
+        return;
+    }
+    if (error != 0) std::abort(); // success must leave the code at 0
+    const std::uint64_t total = qv_media_size(media);
+    std::vector<std::uint8_t> buffer(65536);
+    // Uneven piece sizes so reads start and end inside header, slices, slots and boundaries.
+    std::uint64_t offset = 0;
+    std::uint64_t piece = 1 + (size % 4093);
+    while (offset < total && offset < kReadBudget) {
+        const std::int64_t got = qv_media_read(media, offset, buffer.data(), piece);
+        if (got == 0 || got > static_cast<std::int64_t>(piece)) std::abort();
+        offset += got > 0 ? static_cast<std::uint64_t>(got) : piece;
+        piece = piece * 7 % buffer.size() + 1;
+    }
+    // The end of the file reads as empty and one past it is refused.
+    if (qv_media_read(media, total, buffer.data(), 1) != 0) std::abort();
+    if (qv_media_read(media, total + 1, buffer.data(), 1) != -1) std::abort();
+    if (qv_media_layout(media) == 0) std::abort();
+    qv_media_close(media);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    std::uint32_t error = 0;
-    if (QVMedia* media = qv::openMedia(memory(data, size), nullptr, nullptr, &error)) {
-        if (error != 0) std::abort(); // success must leave the code at 0
-        const std::uint64_t total = qv_media_size(media);
-        std::vector<std::uint8_t> buffer(65536);
-        // Uneven piece sizes so reads start and end inside header, slices and slice boundaries.
-        std::uint64_t offset = 0;
-        std::uint64_t piece = 1 + (size % 4093);
-        while (offset < total && offset < kReadBudget) {
-            const std::int64_t got = qv_media_read(media, offset, buffer.data(), piece);
-            if (got <= 0) break;
-            offset += static_cast<std::uint64_t>(got);
-            piece = piece * 7 % buffer.size() + 1;
-        }
-        // The end of the file reads as empty and one past it is refused.
-        if (qv_media_read(media, total, buffer.data(), 1) != 0) std::abort();
-        if (qv_media_read(media, total + 1, buffer.data(), 1) != -1) std::abort();
-        qv_media_close(media);
-    } else if (error == 0) {
-        std::abort(); // a refusal must carry a code
-    }
+    readBack(data, size, "full");
+    readBack(data, size, "fragmented");
 
     const std::int32_t presence = qv::transportPresence(memory(data, size), nullptr, nullptr);
     if (presence > (QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO)) std::abort();

@@ -58,6 +58,8 @@ public:
     QByteArray read(quint64 offset, quint64 count) const;
 
     quint64 length() const { return m_length; }
+    // The samples known at open: all of them in the full layout, those of the first and last
+    // cluster runs in the fragmented layout (the rest are indexed as they are read).
     quint64 sampleCount() const { return m_sampleCount; }
     quint32 videoTracks() const { return m_videoTracks; }
     quint32 audioTracks() const { return m_audioTracks; }

@@ -71,7 +71,8 @@ struct TrackTiming {
     std::uint64_t mediaStart = 0;           // media time where the presentation begins
     std::uint64_t mediaEnd = 0;             // largest presentation time + duration
     std::uint64_t movieOffset = 0;          // empty lead-in before the track, movie units (ms)
-    std::int32_t rollDistance = 0; // samples of pre-roll a decoder needs (negative), 0 for none
+    std::int32_t rollDistance = 0;   // samples of pre-roll a decoder needs (negative), 0 for none
+    std::uint32_t frameDuration = 0; // video: duration of a frame whose own is unknown
 };
 
 struct Track {

@@ -78,6 +78,8 @@ class Demuxer {
 public:
     explicit Demuxer(Reader& reader) : m_reader(reader) {}
     Index run();
+    MatroskaHead head();
+    void clusters(Index& index, std::uint64_t start, std::uint64_t end);
 
 private:
     void header();
@@ -103,6 +105,7 @@ private:
     Frames m_frames;                   // reused by every block
     bool m_sawVideo = false;
     bool m_sawAudio = false;
+    MatroskaHead* m_head = nullptr; // set while only the head is read: stop at the first Cluster
 };
 
 Index Demuxer::run()
@@ -122,6 +125,43 @@ Index Demuxer::run()
     return std::move(m_index);
 }
 
+MatroskaHead Demuxer::head()
+{
+    MatroskaHead head;
+    m_head = &head;
+    m_index.format = 1;
+    header();
+    require(!m_index.tracks.empty(), kUnsupported);
+    bool video = false;
+    bool audio = false;
+    for (const auto& t : m_index.tracks)
+        (t.kind == kVideo ? video : audio) = true;
+    require(!m_sawVideo || video, kUnsupported);
+    require(!m_sawAudio || audio, kUnsupported);
+    head.index = std::move(m_index);
+    m_head = nullptr;
+    return head;
+}
+
+void Demuxer::clusters(Index& index, std::uint64_t start, std::uint64_t end)
+{
+    m_index = std::move(index);
+    m_states.assign(m_index.tracks.size(), {});
+    for (auto p = start; p < end;) {
+        const Element e = ebml::element(m_reader, p, end);
+        if (e.id == mkv::kCluster) {
+            require(m_clusters.size() < limits::kMaxClusters, kTooLarge);
+            const auto clusterEnd = e.unknownSize ? this->clusterEnd(e, end) : e.end;
+            m_clusters.push_back({e.start, clusterEnd, 0});
+            p = clusterEnd;
+        } else {
+            p = e.end;
+        }
+    }
+    clusterBlocks();
+    index = std::move(m_index);
+}
+
 void Demuxer::header()
 {
     const Element head = ebml::element(m_reader, 0, m_reader.size());
@@ -137,6 +177,10 @@ void Demuxer::header()
 
     const Element segment = ebml::element(m_reader, head.end, m_reader.size());
     require(segment.id == mkv::kSegment && segment.end == m_reader.size());
+    if (m_head) {
+        m_head->segmentStart = segment.start;
+        m_head->segmentEnd = segment.end;
+    }
     segmentChildren(segment);
 }
 
@@ -161,7 +205,19 @@ void Demuxer::segmentChildren(const Element& segment)
             tracks(e);
             p = e.end;
             break;
+        case mkv::kSeekHead:
+            if (m_head) m_head->seekHeads.emplace_back(e.start, e.end);
+            p = e.end;
+            break;
+        case mkv::kCues:
+            if (m_head) m_head->cues = p;
+            p = e.end;
+            break;
         case mkv::kCluster: {
+            if (m_head) {
+                m_head->firstCluster = p;
+                return;
+            }
             require(m_clusters.size() < limits::kMaxClusters, kTooLarge);
             const auto end = e.unknownSize ? clusterEnd(e, segment.end) : e.end;
             m_clusters.push_back({e.start, end, 0});
@@ -560,6 +616,16 @@ bool probeMatroska(Reader& reader)
 Index matroska(Reader& reader)
 {
     return Demuxer(reader).run();
+}
+
+MatroskaHead matroskaHead(Reader& reader)
+{
+    return Demuxer(reader).head();
+}
+
+void matroskaClusters(Reader& reader, Index& index, std::uint64_t start, std::uint64_t end)
+{
+    Demuxer(reader).clusters(index, start, end);
 }
 
 } // namespace qv

@@ -4,11 +4,32 @@
 #include "index.h"
 #include "reader.h"
 
+#include <utility>
+#include <vector>
+
 namespace qv {
 
 // True when the file starts with the EBML magic.
 bool probeMatroska(Reader& reader);
 
 Index matroska(Reader& reader);
+
+// What a Matroska file says before its first Cluster, for the fragmented layout that indexes
+// clusters only when they are read.
+struct MatroskaHead {
+    Index index;                    // the accepted tracks, without samples
+    std::uint64_t segmentStart = 0; // first payload byte of the Segment; Cues count from here
+    std::uint64_t segmentEnd = 0;
+    std::uint64_t firstCluster = 0; // 0 when the Segment holds no Cluster
+    std::uint64_t cues = 0;         // the Cues element when it comes before the first Cluster
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> seekHeads; // payload start and end
+};
+
+// Reads the header elements up to the first Cluster and nothing after it.
+MatroskaHead matroskaHead(Reader& reader);
+
+// Appends the samples of every Cluster in [start, end) to the head's tracks (index as made by
+// matroskaHead); other top-level elements in the range are skipped by their size.
+void matroskaClusters(Reader& reader, Index& index, std::uint64_t start, std::uint64_t end);
 
 } // namespace qv

@@ -77,6 +77,16 @@ QVMedia::QVMedia(const char* path, qv::CancelFn cancel, void* context)
 QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context)
     : reader(std::move(source), cancel, context)
 {
+    fragmented = qv::FragmentedMovie::open(reader);
+    if (fragmented) {
+        const auto& index = fragmented->index();
+        tracks = index.tracks;
+        sampleCount = index.sampleCount;
+        format = index.format;
+        timecodeScale = index.timecodeScale;
+        size = fragmented->size();
+        return;
+    }
     qv::Index index = qv::demux(reader);
     qv::require(!index.tracks.empty(), qv::kUnsupported);
     qv::prepareTracks(reader, index);
@@ -153,6 +163,7 @@ void QVMedia::layout(qv::Index& index)
 void QVMedia::read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t n)
 {
     using namespace qv;
+    if (fragmented) return fragmented->read(offset, buffer, n);
     std::uint64_t done = 0;
     if (offset < header.size()) {
         done = std::min<std::uint64_t>(header.size() - offset, n);

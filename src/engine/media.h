@@ -1,6 +1,7 @@
 #pragma once
 // The open media object behind a QVMedia handle: the source reader, the prepared tracks, the
 // in-memory header of the virtual MP4 and the map from virtual offsets to source offsets.
+#include "fragment_layout.h"
 #include "index.h"
 #include "qv_media.h"
 #include "reader.h"
@@ -48,6 +49,8 @@ struct QVMedia {
     std::vector<qv::Slice> slices;
     std::uint64_t size = 0;
     std::mutex mutex;
+    // Set when the file got the fragmented layout; header and slices then stay empty.
+    std::unique_ptr<qv::FragmentedMovie> fragmented;
 
 private:
     void layout(qv::Index& index);

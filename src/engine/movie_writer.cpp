@@ -119,6 +119,8 @@ void writeRoll(BoxWriter& w, const Track& t)
         w.u32(1);
         w.u16(static_cast<std::uint16_t>(static_cast<std::int16_t>(t.timing.rollDistance)));
     }
+    // A track whose samples all live in movie fragments maps them in each fragment instead.
+    if (t.samples.empty()) return;
     auto sbgp = w.full("sbgp", 0, 0);
     w.fourcc("roll");
     w.u32(1);
@@ -271,6 +273,13 @@ std::vector<bool> enabledTracks(const Index& index)
 std::vector<std::uint8_t> writeMovie(const Index& index,
                                      const std::vector<std::vector<std::uint64_t>>& chunkOffsets)
 {
+    return writeMovie(index, chunkOffsets, {});
+}
+
+std::vector<std::uint8_t> writeMovie(const Index& index,
+                                     const std::vector<std::vector<std::uint64_t>>& chunkOffsets,
+                                     const std::function<void(BoxWriter&)>& tail)
+{
     require(chunkOffsets.size() == index.tracks.size());
     const auto enabled = enabledTracks(index);
     BoxWriter w;
@@ -280,6 +289,7 @@ std::vector<std::uint8_t> writeMovie(const Index& index,
         for (std::size_t i = 0; i < index.tracks.size(); ++i)
             writeTrak(w, index.tracks[i], static_cast<std::uint32_t>(i + 1), enabled[i],
                       chunkOffsets[i]);
+        if (tail) tail(w);
     }
     return w.take();
 }

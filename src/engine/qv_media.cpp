@@ -140,6 +140,12 @@ const char* qv_media_track_name(const QVMedia* media, uint32_t track)
     return t ? t->name.c_str() : "";
 }
 
+uint32_t qv_media_layout(const QVMedia* media)
+{
+    if (!media) return 0;
+    return media->fragmented ? QV_MEDIA_LAYOUT_FRAGMENTED : QV_MEDIA_LAYOUT_FULL;
+}
+
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count)
 {
     if (!media || !buffer || count > qv::limits::kMaxRead || offset > media->size)

@@ -4,9 +4,10 @@
  * Quorvane container engine: turns a Matroska/WebM or FLV file into a virtual MP4 file.
  *
  * Opening a file reads its structure, indexes every sample of every accepted track and builds the
- * MP4 header (ftyp + moov + a 16-byte mdat header) in memory. Every sample's bytes stay in the
- * source file; a read of the virtual file copies header bytes from memory and sample bytes from the
- * source at their own position. Nothing is converted or written to disk.
+ * MP4 header (ftyp + moov + a 16-byte mdat header) in memory; large Matroska files with Cues are
+ * laid out as a fragmented MP4 instead and indexed lazily (see qv_media_layout). Every sample's
+ * bytes stay in the source file; a read of the virtual file copies header bytes from memory and
+ * sample bytes from the source at their own position. Nothing is converted or written to disk.
  *
  * Every failure is one of the error codes below (qv_media_error). qv_media_open reports it through
  * its out-parameter, qv_media_read and qv_media_transport_presence as a negative result.
@@ -61,6 +62,9 @@ const char* qv_media_error_text(uint32_t code);
 /* Track kinds returned by qv_media_track_kind. */
 enum { QV_MEDIA_TRACK_VIDEO = 1, QV_MEDIA_TRACK_AUDIO = 2 };
 
+/* Layouts returned by qv_media_layout. */
+enum { QV_MEDIA_LAYOUT_FULL = 1, QV_MEDIA_LAYOUT_FRAGMENTED = 2 };
+
 /* Presence bits returned by qv_media_transport_presence. */
 enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
 
@@ -82,7 +86,11 @@ void qv_media_close(QVMedia* media);
 /* The virtual MP4 file's size in bytes; 0 for null. */
 uint64_t qv_media_size(const QVMedia* media);
 
-/* Total number of samples over all tracks; 0 for null. */
+/*
+ * Total number of samples over all tracks, as known when the file was opened; 0 for null. In the
+ * full layout that is every sample. In the fragmented layout only the first and last cluster runs
+ * are indexed at open, so it counts their samples; the rest are indexed as they are read.
+ */
 uint64_t qv_media_sample_count(const QVMedia* media);
 
 /* Number of video tracks; 0 for null. */
@@ -119,14 +127,32 @@ const char* qv_media_track_language(const QVMedia* media, uint32_t track);
 const char* qv_media_track_name(const QVMedia* media, uint32_t track);
 
 /*
+ * Which layout the virtual file got; 0 for null.
+ * QV_MEDIA_LAYOUT_FULL: ftyp, moov with every sample, one mdat; opening indexed every sample.
+ * QV_MEDIA_LAYOUT_FRAGMENTED: ftyp, a moov with mvex, one moof + mdat per run of clusters between
+ * Matroska cue points, and an mfra. Opening read only the header elements, the Cues and the first
+ * and last cluster runs; each moof is built on the first read that touches it, so such a read may
+ * take as long as indexing its clusters, and a cluster found damaged then (or a timing rule that
+ * fails in it) fails that read and every later read of that fragment. Matroska/WebM files of at
+ * least 128 MiB whose Cues locate their clusters get this layout; smaller files, files without
+ * usable Cues and FLV files keep the full one. The environment variable QV_MEDIA_LAYOUT set to
+ * "fragmented" or "full" overrides the choice (for tests), read when a file is opened.
+ */
+uint32_t qv_media_layout(const QVMedia* media);
+
+/*
  * Copies up to `count` bytes of the virtual file, starting at `offset`, into `buffer`.
  * Returns the number of bytes copied (min(count, size - offset); 0 at the end of the file), or a
  * negative qv_media_error when the read fails, even if some bytes were already copied:
  *   -QV_MEDIA_MALFORMED (-1)     media or buffer is null, count exceeds QV_MEDIA_MAX_READ, offset
- *                                exceeds the size, or the source no longer matches its index;
+ *                                exceeds the size, or the source no longer matches its index (in
+ *                                the fragmented layout also: a cluster found damaged, or a timing
+ *                                rule that fails, when its fragment is first read);
+ *   -QV_MEDIA_UNSUPPORTED (-2)   fragmented layout only: the fragment holds what the engine refuses;
+ *   -QV_MEDIA_TOO_LARGE (-3)     fragmented layout only: the fragment's moof outgrew its slot;
  *   -QV_MEDIA_CANCELLED (-4)     the cancellation callback returned non-zero before a source read;
  *   -QV_MEDIA_INPUT_OUTPUT (-5)  a seek or read of the source failed or came up short.
- * (-QV_MEDIA_TOO_LARGE cannot happen: reads are capped.) A failed read leaves the handle usable.
+ * A failed read leaves the handle usable; a fragment that failed fails again on every later read.
  * Safe to call from any thread.
  */
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count);

@@ -74,6 +74,7 @@ void prepareVideo(Track& t, std::int64_t movieStart, std::uint64_t tickNs)
         fallback = gaps[gaps.size() / 2];
     }
     const auto defaultDuration = checkedDuration(fallback);
+    timing.frameDuration = defaultDuration;
 
     timing.durations.resize(n);
     timing.compositions.resize(n);
@@ -176,6 +177,11 @@ void prepareAudio(Track& t, std::int64_t movieStart)
 }
 
 } // namespace
+
+std::int64_t toTrackUnits(std::int64_t ns, std::uint32_t timescale)
+{
+    return toUnits(ns, timescale);
+}
 
 std::uint32_t videoTimescale(std::uint64_t tickNs)
 {

@@ -27,6 +27,13 @@ REFUSED = {
     'trailing_bytes.mkv': 1,   # bytes after the Segment
     'h264_aac.mp4': 2,         # no demuxer for it
 }
+# QV_MEDIA_LAYOUT=fragmented forces the fragmented layout on every Matroska file with usable Cues;
+# these keep the full layout all the same.
+STAYS_FULL = {
+    'axm-sample_last_cluster.mkv': 'its Tracks come after the first Cluster',
+    'axm-bear-flac-16bit.mka': 'no Cues',
+    'axm-bear-opus.mka': 'no Cues',
+}
 # Stream facts the MP4 must keep, and values of them that say nothing.
 KEPT = {'width': (), 'height': (), 'sample_rate': (), 'channels': (),
         'sample_aspect_ratio': ('0:1', '1:1'), 'color_transfer': ('unknown',)}
@@ -141,6 +148,12 @@ def played(name, source, tmp, binary, reference=None):
     if result.returncode != 0:
         return fail(name, f'qvmedia cat exited {result.returncode}: {result.stderr.strip()}')
     info = json.loads(qvmedia(['info', source], binary).stdout)
+    forced = os.environ.get('QV_MEDIA_LAYOUT')
+    if forced in ('full', 'fragmented'):
+        matroska = info['format'] == 'matroska' and os.path.basename(source) not in STAYS_FULL
+        expected = 'fragmented' if forced == 'fragmented' and matroska else 'full'
+        if info.get('layout') != expected:
+            fail(name, f'layout {info.get("layout")}, expected {expected}')
     if info['size'] != os.path.getsize(output):
         fail(name, f'info reports {info["size"]} bytes, cat wrote {os.path.getsize(output)}')
     compare(name, reference or source, output)

@@ -48,12 +48,14 @@ using Media = std::unique_ptr<QVMedia, Closer>;
 
 int info(const QVMedia& media)
 {
-    std::printf("{\"format\":\"%s\",\"size\":%llu,\"samples\":%llu,\"videoTracks\":%u,"
-                "\"audioTracks\":%u,\"tracks\":[",
-                qv_media_format(&media) == QV_MEDIA_FORMAT_FLV ? "flv" : "matroska",
-                static_cast<unsigned long long>(qv_media_size(&media)),
-                static_cast<unsigned long long>(qv_media_sample_count(&media)),
-                qv_media_video_tracks(&media), qv_media_audio_tracks(&media));
+    std::printf(
+        "{\"format\":\"%s\",\"layout\":\"%s\",\"size\":%llu,\"samples\":%llu,\"videoTracks\":%u,"
+        "\"audioTracks\":%u,\"tracks\":[",
+        qv_media_format(&media) == QV_MEDIA_FORMAT_FLV ? "flv" : "matroska",
+        qv_media_layout(&media) == QV_MEDIA_LAYOUT_FRAGMENTED ? "fragmented" : "full",
+        static_cast<unsigned long long>(qv_media_size(&media)),
+        static_cast<unsigned long long>(qv_media_sample_count(&media)),
+        qv_media_video_tracks(&media), qv_media_audio_tracks(&media));
     bool first = true;
     std::uint32_t index = 0;
     for (const auto& t : media.tracks) {

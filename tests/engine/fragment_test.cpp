@@ -1,0 +1,276 @@
+// The fragmented layout over small hand-built Matroska files with Cues: when it is chosen, how its
+// boxes sit, that fragment decode times continue each other, and what a damaged or overfull
+// cluster does to the read that first touches it.
+#include "engine_test_support.h"
+
+#include "engine/media.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <map>
+#include <string>
+
+using namespace qv_test;
+
+namespace {
+
+// Forces a layout for the tests' lifetime of one object.
+class Layout {
+public:
+    explicit Layout(const char* value) { ::setenv("QV_MEDIA_LAYOUT", value, 1); }
+    ~Layout() { ::unsetenv("QV_MEDIA_LAYOUT"); }
+};
+
+// A cluster of AAC frames (1024 samples at 48 kHz each, millisecond ticks), from frame `first` on.
+Bytes aacCluster(int first, int frames, std::uint8_t fill, bool damaged = false)
+{
+    const auto ms = [](int frame) { return (frame * 1024 + 24) / 48; };
+    Bytes blocks;
+    for (int i = 0; i < frames; ++i) {
+        const bool empty = damaged && i == frames / 2; // an empty frame is malformed
+        blocks =
+            cat({blocks, simpleBlock(static_cast<std::int16_t>(ms(first + i) - ms(first)), true,
+                                     empty ? Bytes{} : Bytes(20, std::uint8_t(fill + i)))});
+    }
+    return cluster(static_cast<std::uint64_t>(ms(first)), blocks);
+}
+
+struct Built {
+    Bytes file;
+    std::vector<std::uint64_t> clusters; // absolute positions
+};
+
+// SeekHead, Tracks, the clusters, then Cues naming `cued` clusters (by index; a position of ~0
+// points past the file) at the given times.
+Built withCues(const std::vector<Bytes>& clusters,
+               const std::vector<std::pair<std::uint64_t, std::uint64_t>>& cued)
+{
+    const auto seekHead = [](std::uint64_t at) {
+        return el(0x114D9B74,
+                  el(0x4DBB, cat({el(0x53AB, be(0x1C53BB6B, 4)), uintEl(0x53AC, at, 8)})));
+    };
+    const auto tracks = el(0x1654AE6B, aacTrack());
+    Built built;
+    std::uint64_t relative = seekHead(0).size() + tracks.size();
+    Bytes body;
+    std::vector<std::uint64_t> starts;
+    for (const auto& c : clusters) {
+        starts.push_back(relative);
+        relative += c.size();
+        body = cat({body, c});
+    }
+    Bytes points;
+    for (const auto& [index, ticks] : cued) {
+        const auto at = index < starts.size() ? starts[index] : std::uint64_t(1) << 40;
+        points = cat(
+            {points, el(0xBB, cat({uintEl(0xB3, ticks, 8),
+                                   el(0xB7, cat({uintEl(0xF7, 1, 1), uintEl(0xF1, at, 8)}))}))});
+    }
+    built.file =
+        cat({ebmlHeader(),
+             el(0x18538067, cat({seekHead(relative), tracks, body, el(0x1C53BB6B, points)}))});
+    const auto segmentStart = ebmlHeader().size() + 12;
+    for (const auto s : starts)
+        built.clusters.push_back(segmentStart + s);
+    return built;
+}
+
+std::vector<Bytes> fourClusters()
+{
+    return {aacCluster(0, 10, 0x10), aacCluster(10, 10, 0x20), aacCluster(20, 10, 0x30),
+            aacCluster(30, 10, 0x40)};
+}
+
+std::vector<std::pair<std::uint64_t, std::uint64_t>> cuesAtClusters(int count)
+{
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> cued;
+    for (int i = 0; i < count; ++i)
+        cued.emplace_back(i, (i * 10 * 1024 + 24) / 48);
+    return cued;
+}
+
+std::uint32_t u32(const Bytes& b, std::size_t at)
+{
+    return std::uint32_t(b[at]) << 24 | std::uint32_t(b[at + 1]) << 16 |
+           std::uint32_t(b[at + 2]) << 8 | b[at + 3];
+}
+
+std::uint64_t u64(const Bytes& b, std::size_t at)
+{
+    return std::uint64_t(u32(b, at)) << 32 | u32(b, at + 4);
+}
+
+std::string type(const Bytes& b, std::size_t at)
+{
+    return std::string(b.begin() + at + 4, b.begin() + at + 8);
+}
+
+Bytes readAll(QVMedia* media)
+{
+    Bytes whole(qv_media_size(media));
+    for (std::uint64_t at = 0; at < whole.size();) {
+        const auto n = qv_media_read(media, at, whole.data() + at, 1000);
+        if (n <= 0) return {};
+        at += static_cast<std::uint64_t>(n);
+    }
+    return whole;
+}
+
+} // namespace
+
+TEST(Fragments, LayoutChosenOnlyWhenCuesLocateClusters)
+{
+    Layout forced("fragmented");
+    const auto clusters = fourClusters();
+    const struct {
+        const char* what;
+        std::vector<std::pair<std::uint64_t, std::uint64_t>> cued;
+        std::uint32_t layout;
+    } cases[] = {
+        {"cues at every cluster", cuesAtClusters(4), QV_MEDIA_LAYOUT_FRAGMENTED},
+        {"cues at some clusters", {{0, 0}, {2, 427}}, QV_MEDIA_LAYOUT_FRAGMENTED},
+        {"no cue points", {}, QV_MEDIA_LAYOUT_FULL},
+        {"a cue past the end of the file", {{0, 0}, {9, 213}}, QV_MEDIA_LAYOUT_FULL},
+    };
+    for (const auto& c : cases) {
+        TempFile file(withCues(clusters, c.cued).file);
+        std::uint32_t code = 0;
+        QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
+        ASSERT_NE(media, nullptr) << c.what << ": " << code;
+        EXPECT_EQ(qv_media_layout(media), c.layout) << c.what;
+        EXPECT_FALSE(readAll(media).empty()) << c.what;
+        qv_media_close(media);
+    }
+    // Without the switch a file this small keeps the full layout.
+    ::unsetenv("QV_MEDIA_LAYOUT");
+    TempFile small(withCues(clusters, cuesAtClusters(4)).file);
+    QVMedia* media = qv_media_open(small.path().c_str(), nullptr, nullptr, nullptr);
+    ASSERT_NE(media, nullptr);
+    EXPECT_EQ(qv_media_layout(media), std::uint32_t(QV_MEDIA_LAYOUT_FULL));
+    qv_media_close(media);
+}
+
+// ftyp, moov with mvex, per cluster a moof, a free box filling its slot and an mdat carrying the
+// cluster's own bytes, then mfra ending in mfro; each tfdt continues the previous fragment.
+TEST(Fragments, BoxesPayloadsAndContinuingDecodeTimes)
+{
+    Layout forced("fragmented");
+    const auto built = withCues(fourClusters(), cuesAtClusters(4));
+    TempFile file(built.file);
+    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, nullptr);
+    ASSERT_NE(media, nullptr);
+    EXPECT_EQ(qv_media_sample_count(media), 20u); // the first and last clusters, indexed at open
+    const auto whole = readAll(media);
+    ASSERT_EQ(whole.size(), qv_media_size(media));
+    qv_media_close(media);
+
+    std::vector<std::string> types;
+    std::vector<std::uint64_t> tfdts, sums;
+    std::size_t fragment = 0;
+    for (std::size_t at = 0; at < whole.size();) {
+        std::uint64_t size = u32(whole, at);
+        const auto t = type(whole, at);
+        if (size == 1) size = u64(whole, at + 8);
+        types.push_back(t);
+        if (t == "moov")
+            EXPECT_NE(std::search(whole.begin() + at, whole.begin() + at + size, std::begin("mvex"),
+                                  std::end("mvex") - 1),
+                      whole.begin() + at + size);
+        if (t == "moof") {
+            // moof > mfhd (16) > traf > tfhd (16) > tfdt (20) > sbgp (28) > trun
+            const auto traf = at + 8 + 16;
+            EXPECT_EQ(type(whole, traf), "traf");
+            EXPECT_EQ(type(whole, traf + 8 + 16), "tfdt");
+            tfdts.push_back(u64(whole, traf + 8 + 16 + 12));
+            std::uint64_t sum = 0;
+            for (auto p = traf + 8 + 16 + 20 + 28; p < at + size; p += u32(whole, p)) {
+                EXPECT_EQ(type(whole, p), "trun");
+                for (std::uint32_t i = 0; i < u32(whole, p + 12); ++i)
+                    sum += u32(whole, p + 20 + 8 * i);
+            }
+            sums.push_back(sum);
+        }
+        if (t == "mdat") {
+            const auto from = built.clusters[fragment];
+            const auto to = fragment + 1 < built.clusters.size()
+                                ? built.clusters[fragment + 1]
+                                : from + (size - 16); // the last runs to the end of the Segment
+            EXPECT_EQ(Bytes(whole.begin() + at + 16, whole.begin() + at + size),
+                      Bytes(built.file.begin() + from, built.file.begin() + to));
+            ++fragment;
+        }
+        at += size;
+    }
+    const std::vector<std::string> expected{"ftyp", "moov", "moof", "free", "mdat",
+                                            "moof", "free", "mdat", "moof", "free",
+                                            "mdat", "moof", "free", "mdat", "mfra"};
+    EXPECT_EQ(types, expected);
+    EXPECT_EQ(u32(whole, whole.size() - 4),
+              u32(whole, whole.size() - u32(whole, whole.size() - 4)));
+    ASSERT_EQ(tfdts.size(), 4u);
+    for (std::size_t i = 0; i + 1 < tfdts.size(); ++i)
+        EXPECT_EQ(tfdts[i + 1], tfdts[i] + sums[i]) << "fragment " << i + 1;
+    EXPECT_EQ(tfdts[1], 10u * 1024);
+}
+
+// A cluster found damaged when first read, or holding far more samples than its cue times let
+// the slot expect, fails the reads of its own fragment with the code and leaves the others whole.
+TEST(Fragments, DamagedOrOverfullClusterFailsItsOwnFragment)
+{
+    Layout forced("fragmented");
+    auto damaged = fourClusters();
+    damaged[1] = aacCluster(10, 10, 0x20, true);
+    auto overfull = fourClusters();
+    overfull[2] = aacCluster(20, 200, 0x30);
+    overfull[3] = aacCluster(220, 10, 0x40);
+    auto lying = cuesAtClusters(4);
+    lying[3].second = lying[2].second + 1; // cluster 2 "lasts" one millisecond
+    const struct {
+        const char* what;
+        Built built;
+        std::size_t bad;
+        std::uint32_t code;
+    } cases[] = {
+        {"empty frame", withCues(damaged, cuesAtClusters(4)), 1, 1},
+        {"overfull", withCues(overfull, lying), 2, 3},
+    };
+    for (const auto& c : cases) {
+        TempFile file(c.built.file);
+        QVMedia media(file.path().c_str(), nullptr, nullptr);
+        ASSERT_TRUE(media.fragmented) << c.what;
+        const auto& fragments = media.fragmented->fragments();
+        ASSERT_EQ(fragments.size(), 4u);
+        std::uint8_t byte = 0;
+        for (std::size_t i = 0; i < fragments.size(); ++i) {
+            const auto code = codeOf([&] { media.read(fragments[i].position, &byte, 1); });
+            EXPECT_EQ(code, i == c.bad ? c.code : 0u) << c.what << ", fragment " << i;
+            // Its payload stays readable: only the moof cannot be made.
+            const auto payload = fragments[i].position + fragments[i].slot + 16;
+            EXPECT_EQ(codeOf([&] { media.read(payload, &byte, 1); }), 0u) << c.what;
+        }
+    }
+    // The full layout refuses the damaged file at open.
+    EXPECT_EQ(openCode(cases[0].built.file), 0u); // still fragmented while forced
+    ::unsetenv("QV_MEDIA_LAYOUT");
+    EXPECT_EQ(openCode(cases[0].built.file), 1u);
+}
+
+// A moof is built under the read's cancellation polling: cancelled, the read fails with 4; once the
+// callback lets go, the same fragment builds and reads as if nothing happened.
+TEST(Fragments, CancelledWhileBuildingAMoof)
+{
+    Layout forced("fragmented");
+    TempFile file(withCues(fourClusters(), cuesAtClusters(4)).file);
+    bool cancel = false;
+    const auto poll = [](void* context) { return *static_cast<bool*>(context) ? 1 : 0; };
+    QVMedia media(file.path().c_str(), poll, &cancel);
+    ASSERT_TRUE(media.fragmented);
+    const auto at = media.fragmented->fragments()[2].position;
+    Bytes first(64), again(64);
+    cancel = true;
+    EXPECT_EQ(codeOf([&] { media.read(at, first.data(), first.size()); }), 4u);
+    cancel = false;
+    EXPECT_EQ(codeOf([&] { media.read(at, again.data(), again.size()); }), 0u);
+    EXPECT_EQ(type(again, 0), "moof");
+}
