@@ -4,6 +4,7 @@
 // playback history. Everything runs on the GUI thread.
 #include "PlaybackBackend.h"
 #include "Playlist.h"
+#include "SubtitleSession.h"
 
 #include <QFuture>
 #include <QList>
@@ -74,6 +75,9 @@ class Player : public QObject {
     Q_PROPERTY(QVariantList speedChoices READ speedChoices CONSTANT FINAL)
     // The backend's picture, when the backend shows one.
     Q_PROPERTY(QQuickItem* videoView READ videoView CONSTANT FINAL)
+    // The subtitle tracks the player draws itself (files, embedded text tracks); a
+    // SubtitleOverlay over the picture shows its active track.
+    Q_PROPERTY(quorvane::SubtitleSession* subtitles READ subtitles CONSTANT FINAL)
 
 public:
     // Seconds on a monotonic scale; tests substitute their own.
@@ -120,6 +124,7 @@ public:
     bool showingBoost() const { return m_showingBoost; }
     double holdMultiplier() const { return m_holdMultiplier; }
     QQuickItem* videoView() const;
+    SubtitleSession* subtitles() const { return m_subtitles; }
     static QVariantList speedChoices();
     // The time text of the views ("00:00", "1:00:00").
     Q_INVOKABLE static QString formatTime(double seconds) { return timestamp(seconds); }
@@ -135,6 +140,11 @@ public:
     Q_INVOKABLE void seekBy(double delta) { seek(m_position + delta); }
     Q_INVOKABLE void selectTrack(const QString& type, qint64 id);
     Q_INVOKABLE void adjustVolume(double change);
+    // "Load Subtitle File…": asks the view for a file (chooseSubtitleFileRequested), whose
+    // choice goes to loadSubtitleFile. A loaded file becomes a subtitle track and is shown; false
+    // when it cannot be read as subtitles (the reason is in the diagnostic log).
+    Q_INVOKABLE void chooseSubtitleFile();
+    Q_INVOKABLE bool loadSubtitleFile(const QUrl& url);
     Q_INVOKABLE void dismissError();
 
     // Speed: the base speed the user chose (0.25...4) and the press-and-hold boost on top.
@@ -202,6 +212,9 @@ signals:
     void holdMultiplierChanged();
     // The view answers with a file dialog whose choice goes to addFiles(true, urls).
     void chooseFileRequested();
+    // The view answers with a file dialog for .srt/.ass/.ssa/.vtt whose choice goes to
+    // loadSubtitleFile(url).
+    void chooseSubtitleFileRequested();
 
 private:
     struct PendingSeek {
@@ -243,6 +256,13 @@ private:
     void setSpeed(double value);
     void setIsBoosting(bool value);
     void setShowingBoost(bool value);
+
+    // Subtitles drawn by the player (PlayerSubtitles.cpp).
+    void connectSubtitles();
+    void offerSidecarSubtitles(const QString& videoPath);
+    QList<MediaTrack> withSubtitleTracks(QList<MediaTrack> tracks) const;
+    bool selectOwnSubtitle(qint64 id);
+    void syncSubtitleClock();
 
     QSettings* m_defaults;
     std::unique_ptr<PlaybackBackend> m_playback;
@@ -286,6 +306,7 @@ private:
     bool m_handledEOF = false;
     std::optional<PendingSeek> m_pendingSeek;
     int m_playlistGeneration = 0;
+    SubtitleSession* m_subtitles = new SubtitleSession(this);
 };
 
 } // namespace quorvane

@@ -1,0 +1,88 @@
+// The subtitle tracks the player draws itself: files found beside the video or loaded by the
+// user, listed after the backend's tracks and switched like them.
+#include "DiagnosticLog.h"
+#include "Player.h"
+#include "SubtitleText.h"
+
+#include <QDir>
+#include <QFileInfo>
+
+namespace quorvane {
+
+void Player::connectSubtitles()
+{
+    m_subtitles->setClock(m_clock);
+    // The overlay's clock follows every position, pause and speed the model publishes.
+    connect(this, &Player::positionChanged, this, &Player::syncSubtitleClock);
+    connect(this, &Player::pausedChanged, this, &Player::syncSubtitleClock);
+    connect(this, &Player::speedChanged, this, &Player::syncSubtitleClock);
+}
+
+void Player::syncSubtitleClock()
+{
+    m_subtitles->setTiming(m_position, m_paused ? 0.0 : m_speed);
+}
+
+void Player::offerSidecarSubtitles(const QString& videoPath)
+{
+    // "movie.srt", "movie.en.srt", "movie.zh-Hans.ass" beside "movie.mkv"; they start off.
+    const QFileInfo video(videoPath);
+    const QString stem = video.completeBaseName() + u'.';
+    const QFileInfoList candidates =
+        video.dir().entryInfoList({QStringLiteral("*.srt"), QStringLiteral("*.ass"),
+                                   QStringLiteral("*.ssa"), QStringLiteral("*.vtt")},
+                                  QDir::Files | QDir::Readable, QDir::Name | QDir::IgnoreCase);
+    for (const QFileInfo& file : candidates) {
+        if (file.fileName().startsWith(stem, Qt::CaseInsensitive))
+            m_subtitles->addFile(file.absoluteFilePath(), file.fileName());
+    }
+}
+
+QList<MediaTrack> Player::withSubtitleTracks(QList<MediaTrack> tracks) const
+{
+    for (const SubtitleTrackInfo& track : m_subtitles->tracks())
+        tracks.append({track.id, QStringLiteral("subtitle"), track.label});
+    return tracks;
+}
+
+bool Player::selectOwnSubtitle(qint64 id)
+{
+    m_subtitles->setDiagnosticLog(&diagnostics());
+    if (!m_subtitles->owns(id)) {
+        // The backend's track or none: ours goes off first.
+        m_subtitles->select(0);
+        return false;
+    }
+    m_playback->selectTrack(PlaybackTrackKind::Subtitle, 0);
+    m_subtitles->select(id);
+    setSubtitleID(m_subtitles->activeID());
+    return true;
+}
+
+void Player::chooseSubtitleFile()
+{
+    emit chooseSubtitleFileRequested();
+}
+
+bool Player::loadSubtitleFile(const QUrl& url)
+{
+    const QFileInfo file(url.toLocalFile());
+    if (!url.isLocalFile() || !file.isFile() || !subtitles::isSubtitleSuffix(file.suffix())) {
+        diagnostics().record(QStringLiteral("subtitle.dropped"),
+                             {{QStringLiteral("reason"), QStringLiteral("not a subtitle file")}});
+        return false;
+    }
+    const qint64 id = m_subtitles->addFile(file.absoluteFilePath(), file.fileName());
+    setTracks(withSubtitleTracks([this] {
+        QList<MediaTrack> own;
+        for (const MediaTrack& track : m_tracks) {
+            if (!m_subtitles->owns(track.id) || track.type != QLatin1String("subtitle"))
+                own.append(track);
+        }
+        return own;
+    }()));
+    selectTrack(QStringLiteral("subtitle"), id);
+    return m_subtitles->activeID() == id;
+}
+
+} // namespace quorvane
