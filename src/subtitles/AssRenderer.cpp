@@ -14,8 +14,9 @@ Q_LOGGING_CATEGORY(lcAss, "quorvane.subtitles.libass", QtWarningMsg)
 
 void logMessage(int level, const char* format, va_list args, void*)
 {
-    // libass levels: 0 fatal ... 7 debug; only errors and warnings are worth a line.
-    if (level > 2) return;
+    // libass levels: 0 fatal ... 7 debug; only errors are worth a line (scripts in the wild warn a
+    // lot).
+    if (level > 1) return;
     char text[512];
     std::vsnprintf(text, sizeof text, format, args);
     qCWarning(lcAss) << text;

@@ -366,8 +366,7 @@ SubtitleParse parseFile(const QByteArray& bytes, const QString& suffix)
         return result;
     }
     const QString kind = suffix.toLower();
-    // A byte order mark decodes to U+FEFF at the start.
-    const QString body = text->startsWith(QChar(0xFEFF)) ? text->mid(1) : *text;
+    const QString& body = *text; // the decoders drop a byte order mark
     SubtitleParse result;
     if (kind == u"srt") {
         result = parseSubRip(body);
