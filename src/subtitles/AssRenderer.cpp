@@ -96,7 +96,7 @@ bool AssRenderer::load(const SubtitleDocument& document)
     if (!m_track) return false;
     QByteArray header = document.header;
     ass_process_codec_private(m_track, header.data(), int(header.size()));
-    if (m_track->n_styles == 0 && m_track->track_type == ASS_Track::TRACK_TYPE_UNKNOWN) {
+    if (m_track->track_type == ASS_Track::TRACK_TYPE_UNKNOWN) {
         clear();
         return false;
     }
