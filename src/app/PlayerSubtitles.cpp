@@ -14,8 +14,13 @@ void Player::connectSubtitles()
     m_subtitles->setClock(m_clock);
     // The overlay's clock follows every position, pause and speed the model publishes.
     connect(this, &Player::positionChanged, this, &Player::syncSubtitleClock);
-    connect(this, &Player::pausedChanged, this, &Player::syncSubtitleClock);
-    connect(this, &Player::speedChanged, this, &Player::syncSubtitleClock);
+    // A pause or a new speed takes effect where the extrapolated clock stands, not at the last
+    // snapshot, which may be up to 0.2 s old.
+    const auto rateChanged = [this] {
+        m_subtitles->setTiming(m_subtitles->currentTime(), m_paused ? 0.0 : m_speed);
+    };
+    connect(this, &Player::pausedChanged, this, rateChanged);
+    connect(this, &Player::speedChanged, this, rateChanged);
 }
 
 void Player::syncSubtitleClock()
@@ -67,22 +72,27 @@ void Player::chooseSubtitleFile()
 bool Player::loadSubtitleFile(const QUrl& url)
 {
     const QFileInfo file(url.toLocalFile());
-    if (!url.isLocalFile() || !file.isFile() || !subtitles::isSubtitleSuffix(file.suffix())) {
+    const auto drop = [this](const QString& reason) {
         diagnostics().record(QStringLiteral("subtitle.dropped"),
-                             {{QStringLiteral("reason"), QStringLiteral("not a subtitle file")}});
+                             {{QStringLiteral("reason"), reason}});
         return false;
-    }
-    const qint64 id = m_subtitles->addFile(file.absoluteFilePath(), file.fileName());
-    setTracks(withSubtitleTracks([this] {
-        QList<MediaTrack> own;
-        for (const MediaTrack& track : m_tracks) {
-            if (!m_subtitles->owns(track.id) || track.type != QLatin1String("subtitle"))
-                own.append(track);
-        }
-        return own;
-    }()));
+    };
+    if (!url.isLocalFile() || !file.isFile() || !subtitles::isSubtitleSuffix(file.suffix()))
+        return drop(QStringLiteral("not-subtitles"));
+    // Read now, so that a file that cannot be shown changes nothing.
+    SubtitleParse parse = subtitles::readFile(file.absoluteFilePath());
+    if (!parse.ok()) return drop(parse.failure);
+    for (const QString& note : parse.notes)
+        diagnostics().record(QStringLiteral("subtitle.cut"), {{QStringLiteral("reason"), note}});
+
+    QList<MediaTrack> tracks = m_tracks;
+    tracks.removeIf([this](const MediaTrack& track) {
+        return track.type == QLatin1String("subtitle") && m_subtitles->owns(track.id);
+    });
+    const qint64 id = m_subtitles->addDocument(std::move(parse.document), file.fileName());
+    setTracks(withSubtitleTracks(tracks));
     selectTrack(QStringLiteral("subtitle"), id);
-    return m_subtitles->activeID() == id;
+    return true;
 }
 
 } // namespace quorvane

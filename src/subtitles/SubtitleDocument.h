@@ -34,7 +34,8 @@ struct SubtitleDocument {
 };
 
 // What reading a file produced: a document, or an empty header and the reason it was dropped.
-// `notes` lists what was cut or skipped on the way, for the diagnostic log.
+// `notes` lists what was cut or skipped on the way. Reasons and notes are short tokens
+// ("no-cues", "skipped-cues:3", "encoding:GB18030") fit for the diagnostic log.
 struct SubtitleParse {
     SubtitleDocument document;
     QString failure; // empty on success

@@ -136,8 +136,8 @@ SubtitleParse parseCues(const QString& text)
         }
     }
     finish();
-    if (skipped > 0) result.notes.append(QStringLiteral("skipped %1 cues").arg(skipped));
-    if (result.document.events.isEmpty()) result.failure = QStringLiteral("no cues");
+    if (skipped > 0) result.notes.append(QStringLiteral("skipped-cues:%1").arg(skipped));
+    if (result.document.events.isEmpty()) result.failure = QStringLiteral("no-cues");
     return result;
 }
 
@@ -259,7 +259,7 @@ SubtitleParse parseWebVtt(const QString& text)
 {
     if (!text.startsWith(QStringLiteral("WEBVTT"))) {
         SubtitleParse result;
-        result.failure = QStringLiteral("missing WEBVTT signature");
+        result.failure = QStringLiteral("no-webvtt-signature");
         return result;
     }
     return parseCues(text);
@@ -338,14 +338,14 @@ SubtitleParse parseAss(const QString& text)
             {*start, *end - *start, eventLine(result.document.events.size(), layer, fields)});
     }
     if (!sawScriptInfo) {
-        result.failure = QStringLiteral("missing [Script Info]");
+        result.failure = QStringLiteral("no-script-info");
         result.document = {};
         return result;
     }
     header += QStringLiteral("\n[Events]\nFormat: Layer, Start, End, Style, Name, MarginL, "
                              "MarginR, MarginV, Effect, Text\n");
     result.document.header = header.toUtf8();
-    if (skipped > 0) result.notes.append(QStringLiteral("skipped %1 events").arg(skipped));
+    if (skipped > 0) result.notes.append(QStringLiteral("skipped-events:%1").arg(skipped));
     return result;
 }
 
@@ -362,7 +362,7 @@ SubtitleParse parseFile(const QByteArray& bytes, const QString& suffix)
     const auto text = decodeText(bytes, &encoding);
     if (!text) {
         SubtitleParse result;
-        result.failure = QStringLiteral("unknown text encoding");
+        result.failure = QStringLiteral("unknown-encoding");
         return result;
     }
     const QString kind = suffix.toLower();
@@ -375,9 +375,9 @@ SubtitleParse parseFile(const QByteArray& bytes, const QString& suffix)
     } else if (kind == u"ass" || kind == u"ssa") {
         result = parseAss(body);
     } else {
-        result.failure = QStringLiteral("not a subtitle file");
+        result.failure = QStringLiteral("not-subtitles");
     }
-    if (encoding != u"UTF-8") result.notes.append(QStringLiteral("decoded as %1").arg(encoding));
+    if (encoding != u"UTF-8") result.notes.append(QStringLiteral("encoding:%1").arg(encoding));
     return result;
 }
 
@@ -390,7 +390,7 @@ SubtitleParse readFile(const QString& path)
         return result;
     }
     if (file.size() > kMaxSubtitleFileBytes) {
-        result.failure = QStringLiteral("larger than %1 bytes").arg(kMaxSubtitleFileBytes);
+        result.failure = QStringLiteral("too-large");
         return result;
     }
     return parseFile(file.readAll(), QFileInfo(path).suffix());

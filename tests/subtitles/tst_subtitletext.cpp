@@ -112,7 +112,7 @@ private slots:
         QCOMPARE(events[0].line, "0,0,Default,,0,0,0,,Hello\\N{\\i1}world{\\i0}");
         QCOMPARE(events[1].start, 3000);
         QCOMPARE(text(events[1]), "Second");
-        QCOMPARE(parse.notes, QStringList{u"skipped 1 cues"_s});
+        QCOMPARE(parse.notes, QStringList{u"skipped-cues:1"_s});
     }
 
     void webVtt()
@@ -137,7 +137,7 @@ private slots:
         QVERIFY(parse.document.header.contains("Style: Red,DejaVu Sans"));
         QVERIFY(parse.document.header.endsWith("Format: Layer, Start, End, Style, Name, MarginL, "
                                                "MarginR, MarginV, Effect, Text\n"));
-        QCOMPARE(parse.notes, QStringList{u"skipped 1 events"_s});
+        QCOMPARE(parse.notes, QStringList{u"skipped-events:1"_s});
 
         QVERIFY(!subtitles::parseFile("[Events]\nDialogue: x\n", u"ass"_s).ok());
         const QByteArray ssa = "[Script Info]\nScriptType: v4.00\n[Events]\nFormat: Marked, Start, "
@@ -177,7 +177,7 @@ private slots:
         const SubtitleParse cut = subtitles::parseFile(many, u"srt"_s);
         QVERIFY(cut.ok());
         QCOMPARE(cut.document.events.size(), kMaxSubtitleEvents);
-        QCOMPARE(cut.notes, QStringList{u"skipped 3 cues"_s});
+        QCOMPARE(cut.notes, QStringList{u"skipped-cues:3"_s});
 
         // One absurdly long cue is dropped, the others stay.
         const QByteArray longCue = "00:00:00,000 --> 00:00:01,000\n" +
