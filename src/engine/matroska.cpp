@@ -4,11 +4,13 @@
 #include "audio/audio_samples.h"
 #include "audio/flac.h"
 #include "ebml.h"
+#include "engine_limits.h"
 #include "failure.h"
 #include "lacing.h"
-#include "engine_limits.h"
 #include "matroska_ids.h"
+#include "subtitles.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -24,6 +26,9 @@ struct Cluster {
     std::uint64_t end = 0;
     std::uint64_t timecode = 0;
 };
+
+// Matroska's TrackType for subtitles.
+constexpr std::uint64_t kSubtitleTrackType = 0x11;
 
 struct TrackState {
     bool discardSeen = false; // a block with DiscardPadding was read; no later block may follow
@@ -91,6 +96,10 @@ private:
     void block(const Element& block, const Cluster& cluster, std::optional<std::uint64_t> duration,
                std::int64_t discardPadding, std::optional<bool> key);
     std::int64_t trackIndex(std::uint64_t number) const;
+    // Text subtitle tracks: kept beside the movie's tracks; a broken one never fails the file.
+    void keepSubtitleTrack(const Track& track, bool forced, bool languageSeen);
+    void subtitleBlock(const Element& block, std::uint64_t number, std::uint64_t numberLength,
+                       const Cluster& cluster, std::optional<std::uint64_t> duration);
 
     Reader& m_reader;
     Index m_index;
@@ -116,6 +125,8 @@ Index Demuxer::run()
     require(!m_sawAudio || audio, kUnsupported);
     m_states.resize(m_index.tracks.size());
     clusterBlocks();
+    for (auto& subtitle : m_index.subtitles)
+        finishSubtitleTrack(subtitle);
     return std::move(m_index);
 }
 
@@ -156,6 +167,16 @@ void Demuxer::segmentChildren(const Element& segment)
             break;
         case mkv::kTracks:
             tracks(e);
+            p = e.end;
+            break;
+        case mkv::kAttachments:
+            // Fonts for styled subtitles: a damaged list is dropped, the file still plays.
+            try {
+                m_index.attachments = readAttachments(m_reader, e);
+            } catch (const Failure& failure) {
+                if (failure.code() == kCancelled || failure.code() == kInputOutput) throw;
+                m_index.attachments.clear();
+            }
             p = e.end;
             break;
         case mkv::kCluster: {
@@ -200,6 +221,8 @@ void Demuxer::trackEntry(const Element& entry)
     double trackScale = 1.0;
     std::int64_t trackOffset = 0;
     bool haveNumber = false;
+    bool forced = false;
+    bool languageSeen = false;
     for (auto p = entry.start; p < entry.end;) {
         const Element e = ebml::element(m_reader, p, entry.end);
         switch (e.id) {
@@ -225,6 +248,10 @@ void Demuxer::trackEntry(const Element& entry)
             break;
         case mkv::kLanguage:
             track.language = m_reader.text(e.start, e.size(), limits::kMaxLanguage);
+            languageSeen = true;
+            break;
+        case mkv::kFlagForced:
+            forced = ebml::unsignedInteger(m_reader, e) != 0;
             break;
         case mkv::kName:
             track.name = m_reader.text(e.start, e.size(), limits::kMaxName);
@@ -259,6 +286,10 @@ void Demuxer::trackEntry(const Element& entry)
     require(haveNumber);
     require(m_numbers.insert(track.number).second);
 
+    if (type == kSubtitleTrackType) {
+        keepSubtitleTrack(track, forced, languageSeen);
+        return;
+    }
     if (type != kVideo && type != kAudio) return;
     if (!track.enabled) return;
     track.kind = static_cast<std::uint8_t>(type);
@@ -294,6 +325,23 @@ void Demuxer::trackEntry(const Element& entry)
     }
     require(m_index.tracks.size() < limits::kMaxTracks, kTooLarge);
     m_index.tracks.push_back(std::move(track));
+}
+
+void Demuxer::keepSubtitleTrack(const Track& track, bool forced, bool languageSeen)
+{
+    // Compressed tracks (ContentEncodings) are rare for text and left out.
+    if (!track.enabled || track.encoded || !isTextSubtitleCodec(track.codecId) ||
+        m_index.subtitles.size() >= limits::kMaxSubtitleTracks)
+        return;
+    SubtitleTrack subtitle;
+    subtitle.number = track.number;
+    subtitle.codecId = track.codecId;
+    subtitle.codecPrivate = track.codecPrivate;
+    if (languageSeen) subtitle.language = track.language;
+    subtitle.name = track.name;
+    subtitle.isDefault = track.isDefault;
+    subtitle.forced = forced;
+    m_index.subtitles.push_back(std::move(subtitle));
 }
 
 void Demuxer::video(const Element& v, Track& track)
@@ -381,6 +429,9 @@ void Demuxer::clusterBlocks()
             counts[t] = m_index.tracks[t].samples.size();
         const auto sampleCount = m_index.sampleCount;
         const auto states = m_states;
+        std::vector<std::pair<std::size_t, std::uint64_t>> subtitleCounts;
+        for (const auto& s : m_index.subtitles)
+            subtitleCounts.emplace_back(s.events.size(), s.textBytes);
         const auto padding = [&] {
             std::vector<std::uint64_t> v;
             for (const auto& t : m_index.tracks)
@@ -412,6 +463,10 @@ void Demuxer::clusterBlocks()
             }
             m_index.sampleCount = sampleCount;
             m_states = states;
+            for (std::size_t s = 0; s < subtitleCounts.size(); ++s) {
+                m_index.subtitles[s].events.resize(subtitleCounts[s].first);
+                m_index.subtitles[s].textBytes = subtitleCounts[s].second;
+            }
         }
     }
 }
@@ -461,7 +516,10 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
 {
     const auto number = ebml::vint(m_reader, b.start, b.end, false);
     const auto found = trackIndex(number.value);
-    if (found < 0) return;
+    if (found < 0) {
+        subtitleBlock(b, number.value, number.length, cluster, duration);
+        return;
+    }
     Track& track = m_index.tracks[static_cast<std::size_t>(found)];
     TrackState& state = m_states[static_cast<std::size_t>(found)];
 
@@ -531,6 +589,32 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
         position += size;
     }
     require(position == b.end);
+}
+
+void Demuxer::subtitleBlock(const Element& b, std::uint64_t number, std::uint64_t numberLength,
+                            const Cluster& cluster, std::optional<std::uint64_t> duration)
+{
+    auto track = std::find_if(m_index.subtitles.begin(), m_index.subtitles.end(),
+                              [&](const SubtitleTrack& t) { return t.number == number; });
+    if (track == m_index.subtitles.end()) return;
+    try {
+        const auto p = b.start + numberLength;
+        require(p <= b.end && b.end - p >= 3);
+        const auto relative = static_cast<std::int16_t>(m_reader.uintBE(p, 2));
+        const std::uint8_t flags = m_reader.byte(p + 2);
+        const auto scale = static_cast<std::int64_t>(m_index.timecodeScale);
+        require(cluster.timecode <= limits::kMaxClusterTimeNs / m_index.timecodeScale);
+        const std::int64_t start = scale * (static_cast<std::int64_t>(cluster.timecode) + relative);
+        std::optional<std::int64_t> length;
+        if (duration) {
+            require(*duration <= limits::kMaxClusterTimeNs / m_index.timecodeScale);
+            length = static_cast<std::int64_t>(*duration) * scale;
+        }
+        addSubtitleBlock(m_reader, *track, p + 3, b.end, flags, start, length);
+    } catch (const Failure& failure) {
+        if (failure.code() == kCancelled || failure.code() == kInputOutput) throw;
+        ++track->cutEvents;
+    }
 }
 
 } // namespace

@@ -33,7 +33,8 @@ std::vector<std::uint8_t> fileType()
 }
 
 // Copies a fixed number of bytes, all loaded before any is stored.
-template <std::size_t N> inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
+template <std::size_t N>
+inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
 {
     std::uint8_t block[N];
     std::memcpy(block, source, N);
@@ -79,6 +80,8 @@ QVMedia::QVMedia(const char* path, qv::CancelFn cancel, void* context)
     format = index.format;
     timecodeScale = index.timecodeScale;
     tracks = std::move(index.tracks);
+    subtitles = std::move(index.subtitles);
+    attachments = std::move(index.attachments);
     // Reads go through the slices alone; the per-sample lists are no longer needed.
     for (auto& t : tracks) {
         t.sampleCount = t.samples.size();
