@@ -4,9 +4,9 @@
 #include "audio/audio_samples.h"
 #include "audio/flac.h"
 #include "ebml.h"
-#include "engine_limits.h"
 #include "failure.h"
 #include "lacing.h"
+#include "engine_limits.h"
 #include "matroska_ids.h"
 #include "subtitles.h"
 

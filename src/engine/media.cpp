@@ -33,8 +33,7 @@ std::vector<std::uint8_t> fileType()
 }
 
 // Copies a fixed number of bytes, all loaded before any is stored.
-template <std::size_t N>
-inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
+template <std::size_t N> inline void moveFixed(std::uint8_t* destination, const std::uint8_t* source)
 {
     std::uint8_t block[N];
     std::memcpy(block, source, N);
