@@ -2,8 +2,8 @@
 #include "qv_media.h"
 
 #include "audio/audio_error.h"
-#include "engine_limits.h"
 #include "failure.h"
+#include "engine_limits.h"
 #include "media.h"
 #include "transport_stream.h"
 

@@ -53,10 +53,10 @@ enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
  * 5 for any unexpected failure).
  * Returns the handle, owned by the caller and released with qv_media_close, or null on failure.
  */
-QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error);
+QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context,
+                       uint32_t* error);
 
-/* Destroys the handle and closes the file. Null is ignored. Call once, after every read returned.
- */
+/* Destroys the handle and closes the file. Null is ignored. Call once, after every read returned. */
 void qv_media_close(QVMedia* media);
 
 /* The virtual MP4 file's size in bytes; 0 for null. */
