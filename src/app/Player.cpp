@@ -255,6 +255,7 @@ void Player::didLoad(const PlaybackMediaInfo& info)
     QList<MediaTrack> tracks;
     for (const PlaybackTrack& track : info.tracks)
         tracks.append({track.id, rawValue(track.kind), track.label});
+    offerEmbeddedSubtitles(info.embeddedSubtitles.get());
     setTracks(withSubtitleTracks(tracks));
     setHdrContent(info.hdr);
     setVideoFPS(finiteOrZero(info.frameRate));

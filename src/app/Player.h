@@ -30,6 +30,7 @@ class QWindow;
 namespace quorvane {
 
 class DiagnosticLog;
+struct ContainerSubtitles;
 
 struct MediaTrack {
     qint64 id = 0;
@@ -260,6 +261,7 @@ private:
     // Subtitles drawn by the player (PlayerSubtitles.cpp).
     void connectSubtitles();
     void offerSidecarSubtitles(const QString& videoPath);
+    void offerEmbeddedSubtitles(const ContainerSubtitles* embedded);
     QList<MediaTrack> withSubtitleTracks(QList<MediaTrack> tracks) const;
     bool selectOwnSubtitle(qint64 id);
     void syncSubtitleClock();

@@ -1,8 +1,10 @@
 // The subtitle tracks the player draws itself: files found beside the video or loaded by the
 // user, listed after the backend's tracks and switched like them.
+#include "ContainerSubtitles.h"
 #include "DiagnosticLog.h"
 #include "Player.h"
 #include "SubtitleText.h"
+#include "TranslationCatalog.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -41,6 +43,41 @@ void Player::offerSidecarSubtitles(const QString& videoPath)
         if (file.fileName().startsWith(stem, Qt::CaseInsensitive))
             m_subtitles->addFile(file.absoluteFilePath(), file.fileName());
     }
+}
+
+void Player::offerEmbeddedSubtitles(const ContainerSubtitles* embedded)
+{
+    if (!embedded) return;
+    m_subtitles->setDiagnosticLog(&diagnostics());
+    qint64 forced = 0;
+    for (const ContainerSubtitleTrack& track : embedded->tracks) {
+        QList<SubtitleEvent> blocks;
+        blocks.reserve(track.events.size());
+        for (const ContainerSubtitleEvent& event : track.events)
+            blocks.append({event.start, event.duration, event.text});
+        SubtitleParse parse = subtitles::embeddedTrack(track.codecId, track.codecPrivate, blocks);
+        if (!parse.ok()) {
+            diagnostics().record(QStringLiteral("subtitle.dropped"),
+                                 {{QStringLiteral("reason"), parse.failure}});
+            continue;
+        }
+        for (const ContainerFont& font : embedded->fonts)
+            parse.document.fonts.append({font.name, font.data});
+        // "Chinese (chi)", "chi", or a number when the file names neither.
+        const QString language =
+            track.language == QLatin1String("und") ? QString() : track.language;
+        QString label = track.name;
+        if (!language.isEmpty())
+            label = label.isEmpty() ? language : QStringLiteral("%1 (%2)").arg(label, language);
+        if (label.isEmpty())
+            label = QStringLiteral("%1 %2")
+                        .arg(translate(QStringLiteral("Subtitles")))
+                        .arg(m_subtitles->tracks().size() + 1);
+        const qint64 id = m_subtitles->addDocument(std::move(parse.document), label, track.forced);
+        if (track.forced && forced == 0) forced = id;
+    }
+    // Subtitles start off, except a track the file says must always be shown.
+    if (forced != 0) selectOwnSubtitle(forced);
 }
 
 QList<MediaTrack> Player::withSubtitleTracks(QList<MediaTrack> tracks) const

@@ -9,6 +9,7 @@
 // The media is shared (std::shared_ptr): the last owner closes the engine handle. Reads may come
 // from any thread; the engine serialises them.
 #include "ContainerError.h"
+#include "ContainerSubtitles.h"
 
 #include <QByteArray>
 #include <QFuture>
@@ -53,6 +54,8 @@ public:
     quint32 audioTracks() const { return m_audioTracks; }
     // "matroska" (Matroska and WebM) or "flv".
     QString format() const { return m_format; }
+    // Text subtitle tracks and their fonts (Matroska); null when there are none.
+    std::shared_ptr<const ContainerSubtitles> subtitles() const { return m_subtitles; }
 
 private:
     ContainerMedia(QVMedia* handle, CancelFlag cancel);
@@ -65,6 +68,7 @@ private:
     quint32 m_videoTracks;
     quint32 m_audioTracks;
     QString m_format;
+    std::shared_ptr<const ContainerSubtitles> m_subtitles;
 };
 
 } // namespace quorvane

@@ -16,6 +16,8 @@ class QIODevice;
 
 namespace quorvane {
 
+struct ContainerSubtitles;
+
 class NativeContainerSource {
 public:
     explicit NativeContainerSource(const QUrl& url);
@@ -33,6 +35,8 @@ public:
     QUrl deviceUrl() const;
     QString format() const;
     quint64 sampleCount() const;
+    // The file's text subtitle tracks and fonts; null for none.
+    std::shared_ptr<const ContainerSubtitles> subtitles() const;
     quint32 videoTracks() const;
     quint32 audioTracks() const;
 

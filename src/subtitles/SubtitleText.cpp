@@ -381,6 +381,41 @@ SubtitleParse parseFile(const QByteArray& bytes, const QString& suffix)
     return result;
 }
 
+SubtitleParse embeddedTrack(const QByteArray& codecId, const QByteArray& codecPrivate,
+                            const QList<SubtitleEvent>& blocks)
+{
+    SubtitleParse result;
+    const bool ass = codecId == "S_TEXT/ASS" || codecId == "S_TEXT/SSA";
+    if (ass && !codecPrivate.contains("[Script Info]")) {
+        result.failure = QStringLiteral("no-script-info");
+        return result;
+    }
+    result.document.header = ass ? codecPrivate : defaultHeader();
+    qsizetype skipped = 0;
+    for (const SubtitleEvent& block : blocks) {
+        if (block.line.size() > kMaxSubtitleEventBytes || block.duration < 0) {
+            ++skipped;
+            continue;
+        }
+        if (ass) {
+            result.document.events.append(block);
+            continue;
+        }
+        const QStringList fields{QStringLiteral("Default"),
+                                 {},
+                                 QStringLiteral("0"),
+                                 QStringLiteral("0"),
+                                 QStringLiteral("0"),
+                                 {},
+                                 markupToAss(QString::fromUtf8(block.line).trimmed())};
+        result.document.events.append(
+            {block.start, block.duration,
+             eventLine(result.document.events.size(), QStringLiteral("0"), fields)});
+    }
+    if (skipped > 0) result.notes.append(QStringLiteral("skipped-events:%1").arg(skipped));
+    return result;
+}
+
 SubtitleParse readFile(const QString& path)
 {
     SubtitleParse result;

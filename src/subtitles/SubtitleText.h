@@ -35,4 +35,10 @@ SubtitleParse readFile(const QString& path);
 
 bool isSubtitleSuffix(const QString& suffix);
 
+// An embedded track from its codec ID, codec private data and blocks (in `line`, as stored):
+// ASS and SSA keep their header and event lines; SubRip and WebVTT text becomes events of the
+// default header. A track whose header libass could not use is refused.
+SubtitleParse embeddedTrack(const QByteArray& codecId, const QByteArray& codecPrivate,
+                            const QList<SubtitleEvent>& blocks);
+
 } // namespace quorvane::subtitles

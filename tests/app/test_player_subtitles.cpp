@@ -1,6 +1,7 @@
 // Subtitle tracks the player draws itself: files beside the video offered as tracks, a loaded
 // file shown at once, switching between them and the backend's own tracks, and the clock the
 // overlay reads.
+#include "ContainerSubtitles.h"
 #include "support/PlayerFixture.h"
 
 #include <QTest>
@@ -101,6 +102,45 @@ private slots:
         QCOMPARE(f.records(u"subtitle.dropped"_s).size(), 2);
         QCOMPARE(f.player->subtitles()->activeID(), shown);
         QCOMPARE(f.player->tracks().size(), 1);
+    }
+
+    void embeddedTracksAndTheForcedOne()
+    {
+        PlayerFixture f;
+        auto embedded = std::make_shared<ContainerSubtitles>();
+        const QByteArray header = "[Script Info]\nScriptType: v4.00+\n\n[Events]\nFormat: Layer, "
+                                  "Start, End, Style, Name, MarginL, MarginR, MarginV, Effect, "
+                                  "Text\n";
+        embedded->tracks = {
+            {"S_TEXT/UTF8", {}, u"chi"_s, u"Chinese"_s, true, false, {{1000, 500, "<i>你好</i>"}}},
+            {"S_TEXT/ASS",
+             header,
+             u"und"_s,
+             {},
+             false,
+             true,
+             {{0, 900, "0,0,Default,,0,0,0,,Sign"}}},
+            {"S_TEXT/ASS", "garbage", u"eng"_s, {}, false, false, {}},
+        };
+        embedded->fonts = {{"Font.ttf", "bytes"}};
+        f.player->open(f.file(u"movie.mkv"_s));
+        PlaybackMediaInfo info{60, 1920, 1080, 24, false, {}};
+        info.embeddedSubtitles = embedded;
+        f.backend->emitEvent(PlaybackEvents::Ready{info});
+
+        // The broken one is dropped; the forced one is on from the start.
+        QCOMPARE(labels(*f.player, u"subtitle"_s),
+                 (QStringList{u"Chinese (chi)"_s, u"Subtitles 2"_s}));
+        const qint64 forced = f.player->tracks().last().id;
+        QCOMPARE(f.player->subtitles()->activeID(), forced);
+        const auto document = f.player->subtitles()->activeDocument();
+        QCOMPARE(document->fonts.size(), 1);
+        QCOMPARE(document->events.value(0).line, "0,0,Default,,0,0,0,,Sign");
+        QCOMPARE(f.records(u"subtitle.dropped"_s).size(), 1);
+
+        f.player->selectTrack(u"subtitle"_s, f.player->tracks().first().id);
+        QCOMPARE(f.player->subtitles()->activeDocument()->events.value(0).line,
+                 "0,0,Default,,0,0,0,,{\\i1}你好{\\i0}");
     }
 
     void clockFollowsPositionPauseAndSpeed()
