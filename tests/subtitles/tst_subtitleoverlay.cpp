@@ -5,11 +5,15 @@
 #include "SubtitleSession.h"
 #include "SubtitleText.h"
 
+#include <QElapsedTimer>
 #include <QFile>
 #include <QGuiApplication>
 #include <QQuickWindow>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <algorithm>
+#include <cmath>
 
 using namespace quorvane;
 using namespace Qt::StringLiterals;
@@ -153,6 +157,52 @@ private slots:
         m_session.select(0);
         QVERIFY(!m_overlay->showingText());
         QVERIFY(inkOf(shotAt(11, u"disabled"_s)).box.isEmpty());
+    }
+
+    // A line every 0.5 s, each on for 0.4 s: while the clock runs at 1x and 2x, every line must
+    // appear within one video frame (1/24 s of media time) of its start.
+    void linesAppearOnTime_data()
+    {
+        QTest::addColumn<double>("rate");
+        QTest::newRow("1x") << 1.0;
+        QTest::newRow("2x") << 2.0;
+    }
+    void linesAppearOnTime()
+    {
+        QFETCH(double, rate);
+        QByteArray srt;
+        constexpr int kLines = 8;
+        for (int i = 1; i <= kLines; ++i) {
+            const int start = i * 500;
+            srt += u"%1\n00:00:%2,%3 --> 00:00:%4,%5\nLine %1\n\n"_s.arg(i)
+                       .arg(start / 1000, 2, 10, QChar(u'0'))
+                       .arg(start % 1000, 3, 10, QChar(u'0'))
+                       .arg((start + 400) / 1000, 2, 10, QChar(u'0'))
+                       .arg((start + 400) % 1000, 3, 10, QChar(u'0'))
+                       .toUtf8();
+        }
+        const qint64 id = addSubtitles(srt, u"srt"_s);
+        QVERIFY(m_session.select(id));
+
+        QElapsedTimer real;
+        real.start();
+        m_session.setClock([&real] { return real.nsecsElapsed() / 1e9; });
+        QList<double> lateness;
+        const auto connection = connect(m_overlay, &SubtitleOverlay::showingTextChanged, this, [&] {
+            if (!m_overlay->showingText()) return;
+            const double now = m_session.currentTime();
+            lateness.append(now - std::floor(now * 2) / 2);
+        });
+        m_session.setTiming(0.25, rate);
+        QTRY_VERIFY_WITH_TIMEOUT(m_session.currentTime() > (kLines + 1) * 0.5, 20000);
+        disconnect(connection);
+        m_session.setTiming(0, 0);
+        m_session.setClock([this] { return m_clock; });
+
+        QCOMPARE(lateness.size(), kLines);
+        const double worst = *std::max_element(lateness.cbegin(), lateness.cend());
+        qInfo("worst lateness at %gx: %.1f ms of media time", rate, worst * 1000);
+        QVERIFY2(worst < 1.0 / 24, qPrintable(u"%1 s late"_s.arg(worst)));
     }
 
     void followsThePicture()
