@@ -8,15 +8,20 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QGuiApplication>
+#include <QQmlComponent>
+#include <QQmlEngine>
 #include <QQuickWindow>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
 
 #include <algorithm>
 #include <cmath>
 
 using namespace quorvane;
 using namespace Qt::StringLiterals;
+
+Q_IMPORT_QML_PLUGIN(Quorvane_SubtitlesPlugin)
 
 namespace {
 
@@ -203,6 +208,28 @@ private slots:
         const double worst = *std::max_element(lateness.cbegin(), lateness.cend());
         qInfo("worst lateness at %gx: %.1f ms of media time", rate, worst * 1000);
         QVERIFY2(worst < 1.0 / 24, qPrintable(u"%1 s late"_s.arg(worst)));
+    }
+
+    // The overlay as the player window declares it: typed properties from QML.
+    void declaredInQml()
+    {
+        QQmlEngine engine;
+        QQmlComponent component(&engine);
+        component.setData(R"(
+            import QtQuick
+            import Quorvane.Subtitles
+            Item {
+                width: 800; height: 600
+                property alias overlay: overlay
+                SubtitleOverlay { id: overlay; anchors.fill: parent; videoSize: Qt.size(1920, 800) }
+            })",
+                          {});
+        std::unique_ptr<QObject> root(component.create());
+        QVERIFY2(root, qPrintable(component.errorString()));
+        auto* overlay = root->property("overlay").value<SubtitleOverlay*>();
+        QVERIFY(overlay);
+        overlay->setSession(&m_session);
+        QCOMPARE(overlay->pictureRect(), QRectF(0, 133.3333333333, 800, 333.3333333333));
     }
 
     void followsThePicture()
