@@ -22,19 +22,20 @@ void logMessage(int level, const char* format, va_list args, void*)
     qCWarning(lcAss) << text;
 }
 
-// Source-over blending of one libass bitmap (an alpha mask in one colour) into the image.
-void blend(QImage& image, const ASS_Image& part)
+// Source-over blending of one libass bitmap (an alpha mask in one colour) into the image, whose
+// top left corner sits at `origin` in the frame.
+void blend(QImage& image, QPoint origin, const ASS_Image& part)
 {
     const quint32 colour = part.color;
     const quint32 opacity = 255 - (colour & 0xFF);
     const quint32 red = colour >> 24, green = (colour >> 16) & 0xFF, blue = (colour >> 8) & 0xFF;
     for (int y = 0; y < part.h; ++y) {
-        const int row = part.dst_y + y;
+        const int row = part.dst_y + y - origin.y();
         if (row < 0 || row >= image.height()) continue;
         auto* line = reinterpret_cast<quint32*>(image.scanLine(row));
         const unsigned char* mask = part.bitmap + qsizetype(y) * part.stride;
         for (int x = 0; x < part.w; ++x) {
-            const int column = part.dst_x + x;
+            const int column = part.dst_x + x - origin.x();
             if (column < 0 || column >= image.width()) continue;
             const quint32 alpha = mask[x] * opacity / 255;
             if (alpha == 0) continue;
@@ -86,6 +87,7 @@ void AssRenderer::clear()
     if (m_track) ass_free_track(m_track);
     m_track = nullptr;
     m_image = {};
+    m_origin = {};
 }
 
 bool AssRenderer::load(const SubtitleDocument& document)
@@ -133,11 +135,21 @@ bool AssRenderer::render(qint64 time, QSize frame, QSize storage)
         m_image = {};
         return changed;
     }
-    QImage image(frame, QImage::Format_ARGB32_Premultiplied);
+    QRect area;
+    for (const ASS_Image* part = parts; part; part = part->next)
+        area |= QRect(part->dst_x, part->dst_y, part->w, part->h);
+    area &= QRect(QPoint(0, 0), frame);
+    if (area.isEmpty()) {
+        const bool changed = !m_image.isNull();
+        m_image = {};
+        return changed;
+    }
+    QImage image(area.size(), QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
     for (const ASS_Image* part = parts; part; part = part->next)
-        blend(image, *part);
+        blend(image, area.topLeft(), *part);
     m_image = std::move(image);
+    m_origin = area.topLeft();
     return true;
 }
 

@@ -27,9 +27,12 @@ public:
 
     // Renders the time (milliseconds) for a picture of `frame` device pixels showing a video of
     // `storage` pixels (for its aspect ratio; empty means square pixels). Returns whether the
-    // image changed since the last call; `image()` holds the result (null when nothing shows).
+    // image changed since the last call. `image()` holds only the part of the frame that has
+    // text (null when nothing shows), placed at `origin()` in the frame: a line at the bottom of
+    // a 4K picture costs a strip, not 33 MB per change.
     bool render(qint64 time, QSize frame, QSize storage = {});
     const QImage& image() const { return m_image; }
+    QPoint origin() const { return m_origin; }
 
 private:
     void applyFonts(const SubtitleDocument& document);
@@ -38,6 +41,7 @@ private:
     ass_renderer* m_renderer = nullptr;
     ass_track* m_track = nullptr;
     QImage m_image;
+    QPoint m_origin;
     QSize m_frame;
     QSize m_storage;
 };

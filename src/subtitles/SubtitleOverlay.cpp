@@ -102,6 +102,7 @@ void SubtitleOverlay::refresh()
     const QSize storage = m_videoSize.toSize();
     if (m_renderer.render(time, frame, storage) || picture != m_drawnRect) {
         m_drawnRect = picture;
+        m_frame = frame;
         update();
     }
     if (wasShowing != showingText()) emit showingTextChanged();
@@ -110,8 +111,14 @@ void SubtitleOverlay::refresh()
 void SubtitleOverlay::paint(QPainter* painter)
 {
     const QImage& image = m_renderer.image();
-    if (image.isNull()) return;
-    painter->drawImage(m_drawnRect, image);
+    if (image.isNull() || m_frame.isEmpty()) return;
+    // The image is in device pixels of a frame covering the picture rectangle.
+    const qreal sx = m_drawnRect.width() / m_frame.width();
+    const qreal sy = m_drawnRect.height() / m_frame.height();
+    const QPoint origin = m_renderer.origin();
+    painter->drawImage(QRectF(m_drawnRect.x() + origin.x() * sx, m_drawnRect.y() + origin.y() * sy,
+                              image.width() * sx, image.height() * sy),
+                       image);
 }
 
 } // namespace quorvane

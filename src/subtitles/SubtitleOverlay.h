@@ -61,6 +61,7 @@ private:
     AssRenderer m_renderer;
     std::shared_ptr<const SubtitleDocument> m_document;
     QRectF m_drawnRect;
+    QSize m_frame; // device pixels the renderer drew the picture rectangle at
     QTimer m_tick;
 };
 
