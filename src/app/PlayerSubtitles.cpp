@@ -61,6 +61,11 @@ void Player::offerEmbeddedSubtitles(const ContainerSubtitles* embedded)
                                  {{QStringLiteral("reason"), parse.failure}});
             continue;
         }
+        if (track.cutEvents > 0)
+            parse.notes.append(QStringLiteral("skipped-events:%1").arg(track.cutEvents));
+        for (const QString& note : parse.notes)
+            diagnostics().record(QStringLiteral("subtitle.cut"),
+                                 {{QStringLiteral("reason"), note}});
         for (const ContainerFont& font : embedded->fonts)
             parse.document.fonts.append({font.name, font.data});
         // "Chinese (chi)", "chi", or a number when the file names neither.

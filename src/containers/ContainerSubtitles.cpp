@@ -32,6 +32,7 @@ std::shared_ptr<const ContainerSubtitles> readContainerSubtitles(QVMedia* media)
         track.name = QString::fromUtf8(info.name);
         track.isDefault = info.is_default != 0;
         track.forced = info.forced != 0;
+        track.cutEvents = info.cut_events;
         track.events.reserve(qsizetype(info.event_count));
         for (quint64 e = 0; e < info.event_count; ++e) {
             QVMediaSubtitleEvent event{};

@@ -25,6 +25,7 @@ struct ContainerSubtitleTrack {
     bool isDefault = false;
     bool forced = false;
     QList<ContainerSubtitleEvent> events;
+    quint64 cutEvents = 0; // blocks the engine skipped or cut at its limits
 };
 
 struct ContainerFont {
