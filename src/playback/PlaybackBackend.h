@@ -46,7 +46,7 @@ struct PlaybackMediaInfo {
     bool hdr = false;
     QList<PlaybackTrack> tracks; // audio and subtitle tracks, in the backend's order
     // Text subtitle tracks the player draws itself (those of Matroska files); null for none.
-    std::shared_ptr<const ContainerSubtitles> embeddedSubtitles;
+    std::shared_ptr<const ContainerSubtitles> embeddedSubtitles = {};
     bool operator==(const PlaybackMediaInfo&) const = default;
 };
 

@@ -40,8 +40,9 @@ private slots:
     {
         PlayerFixture f;
         const QUrl movie = f.file(u"show/movie.mkv"_s);
-        for (const QString name : {u"movie.srt"_s, u"movie.en.srt"_s, u"movie.zh-Hans.ass"_s,
-                                   u"Movie.VTT"_s, u"movie2.srt"_s, u"other.srt"_s, u"movie.txt"_s})
+        for (const QString& name :
+             {u"movie.srt"_s, u"movie.en.srt"_s, u"movie.zh-Hans.ass"_s, u"Movie.VTT"_s,
+              u"movie2.srt"_s, u"other.srt"_s, u"movie.txt"_s})
             write(f.dir.filePath(u"show/"_s + name), kCue);
         f.load(movie, 60, {{1, PlaybackTrackKind::Subtitle, u"Embedded"_s}});
 
