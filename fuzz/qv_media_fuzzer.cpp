@@ -6,6 +6,7 @@
 #include "engine/media.h"
 #include "engine/qv_media.h"
 
+#include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <span>
@@ -53,6 +54,31 @@ void readBack(const std::uint8_t* data, std::size_t size, const char* layout)
     if (qv_media_read(media, total, buffer.data(), 1) != 0) std::abort();
     if (qv_media_read(media, total + 1, buffer.data(), 1) != -1) std::abort();
     if (qv_media_layout(media) == 0) std::abort();
+    // Every subtitle event and attachment byte, which the reader of embedded subtitles walks.
+    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media); ++t) {
+        QVMediaSubtitleTrack track{};
+        if (qv_media_subtitle_track(media, t, &track) != 0) std::abort();
+        std::int64_t previous = INT64_MIN;
+        for (std::uint64_t e = 0; e < track.event_count; ++e) {
+            QVMediaSubtitleEvent event{};
+            if (qv_media_subtitle_event(media, t, e, &event) != 0) std::abort();
+            if (event.start < previous || event.duration < 0) std::abort(); // sorted, timed
+            previous = event.start;
+            volatile char sink = 0;
+            for (std::uint64_t i = 0; i < event.text_size; ++i)
+                sink ^= event.text[i];
+        }
+    }
+    for (std::uint32_t a = 0; a < qv_media_attachments(media); ++a) {
+        QVMediaAttachment attachment{};
+        if (qv_media_attachment(media, a, &attachment) != 0) std::abort();
+        for (std::uint64_t at = 0; at < attachment.size && at < kReadBudget;) {
+            const std::int64_t got =
+                qv_media_attachment_read(media, a, at, buffer.data(), buffer.size());
+            if (got <= 0) break;
+            at += static_cast<std::uint64_t>(got);
+        }
+    }
     qv_media_close(media);
 }
 

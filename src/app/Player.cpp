@@ -92,6 +92,7 @@ Player::Player(QSettings* defaults, std::unique_ptr<PlaybackBackend> playback, b
     // A muted start reaches the backend as its mute flag; the model itself has no mute.
     m_playback->setMuted(muted);
     m_playback->setVolume(m_volume / 100);
+    connectSubtitles();
 
     if (auto* app = qobject_cast<QGuiApplication*>(QCoreApplication::instance())) {
         m_cancellationObservers.append(connect(app, &QGuiApplication::applicationStateChanged, this,
@@ -131,6 +132,7 @@ Player::~Player()
 void Player::setClock(Clock clock)
 {
     m_clock = clock ? std::move(clock) : Clock(monotonicSeconds);
+    m_subtitles->setClock(m_clock);
 }
 
 void Player::setDiagnosticLog(DiagnosticLog* log)
@@ -217,6 +219,7 @@ void Player::open(const QUrl& requested)
 
     setCurrentURL(url);
     setTitle(info.completeBaseName());
+    offerSidecarSubtitles(info.absoluteFilePath());
 
     // Logged before the backend starts, so that a failure it reports at once follows the open.
     QString backend = QStringLiteral("custom");
@@ -241,6 +244,7 @@ void Player::resetItemState()
     setDuration(0);
     setVideoSize({0, 0});
     setTracks({});
+    m_subtitles->clear();
     setError({});
     setHdrContent(false);
     setVideoFPS(0);
@@ -271,7 +275,8 @@ void Player::didLoad(const PlaybackMediaInfo& info)
     QList<MediaTrack> tracks;
     for (const PlaybackTrack& track : info.tracks)
         tracks.append({track.id, rawValue(track.kind), track.label});
-    setTracks(tracks);
+    offerEmbeddedSubtitles(info.embeddedSubtitles.get());
+    setTracks(withSubtitleTracks(tracks));
     setHdrContent(info.hdr);
     setVideoFPS(finiteOrZero(info.frameRate));
     setLoaded(true);
@@ -339,6 +344,7 @@ void Player::selectTrack(const QString& type, qint64 id)
 {
     const auto kind =
         type == QLatin1String("audio") ? PlaybackTrackKind::Audio : PlaybackTrackKind::Subtitle;
+    if (kind == PlaybackTrackKind::Subtitle && selectOwnSubtitle(id)) return;
     m_playback->selectTrack(kind, id);
 }
 
@@ -372,7 +378,7 @@ void Player::refresh()
         if (std::isfinite(snapshot.position)) setPosition(snapshot.position);
     }
     setAudioID(snapshot.audioID);
-    setSubtitleID(snapshot.subtitleID);
+    setSubtitleID(m_subtitles->activeID() != 0 ? m_subtitles->activeID() : snapshot.subtitleID);
     if (std::isfinite(snapshot.droppedFrames)) setDroppedFrames(snapshot.droppedFrames);
 
     if (time - m_lastSavedAt > kPeriodicSaveSeconds) savePosition();

@@ -4,6 +4,7 @@
 // playback history. Everything runs on the GUI thread.
 #include "PlaybackBackend.h"
 #include "Playlist.h"
+#include "SubtitleSession.h"
 
 #include <QFuture>
 #include <QList>
@@ -30,6 +31,7 @@ class QWindow;
 namespace quorvane {
 
 class DiagnosticLog;
+struct ContainerSubtitles;
 
 struct MediaTrack {
     qint64 id = 0;
@@ -78,6 +80,9 @@ class Player : public QObject {
     // True while the backend's picture is the web view's (the web fallback plays the file), so the
     // view shows its WebEngineView above the video output.
     Q_PROPERTY(bool webViewActive READ webViewActive NOTIFY webViewActiveChanged FINAL)
+    // The subtitle tracks the player draws itself (files, embedded text tracks); a
+    // SubtitleOverlay over the picture shows its active track.
+    Q_PROPERTY(quorvane::SubtitleSession* subtitles READ subtitles CONSTANT FINAL)
 
 public:
     // Seconds on a monotonic scale; tests substitute their own.
@@ -125,6 +130,7 @@ public:
     double holdMultiplier() const { return m_holdMultiplier; }
     QQuickItem* videoView() const;
     bool webViewActive() const { return m_webViewActive; }
+    SubtitleSession* subtitles() const { return m_subtitles; }
     static QVariantList speedChoices();
     // The time text of the views ("00:00", "1:00:00").
     Q_INVOKABLE static QString formatTime(double seconds) { return timestamp(seconds); }
@@ -142,6 +148,11 @@ public:
     Q_INVOKABLE void seekBy(double delta) { seek(m_position + delta); }
     Q_INVOKABLE void selectTrack(const QString& type, qint64 id);
     Q_INVOKABLE void adjustVolume(double change);
+    // "Load Subtitle File…": asks the view for a file (chooseSubtitleFileRequested), whose
+    // choice goes to loadSubtitleFile. A loaded file becomes a subtitle track and is shown; false
+    // when it cannot be read as subtitles (the reason is in the diagnostic log).
+    Q_INVOKABLE void chooseSubtitleFile();
+    Q_INVOKABLE bool loadSubtitleFile(const QUrl& url);
     Q_INVOKABLE void dismissError();
     // The window's video item hands its sink here; the backend draws every picture into it.
     Q_INVOKABLE void setVideoSink(QVideoSink* sink);
@@ -212,6 +223,9 @@ signals:
     void webViewActiveChanged();
     // The view answers with a file dialog whose choice goes to addFiles(true, urls).
     void chooseFileRequested();
+    // The view answers with a file dialog for .srt/.ass/.ssa/.vtt whose choice goes to
+    // loadSubtitleFile(url).
+    void chooseSubtitleFileRequested();
 
 private:
     struct PendingSeek {
@@ -253,6 +267,14 @@ private:
     void setSpeed(double value);
     void setIsBoosting(bool value);
     void setShowingBoost(bool value);
+
+    // Subtitles drawn by the player (PlayerSubtitles.cpp).
+    void connectSubtitles();
+    void offerSidecarSubtitles(const QString& videoPath);
+    void offerEmbeddedSubtitles(const ContainerSubtitles* embedded);
+    QList<MediaTrack> withSubtitleTracks(QList<MediaTrack> tracks) const;
+    bool selectOwnSubtitle(qint64 id);
+    void syncSubtitleClock();
 
     QSettings* m_defaults;
     std::unique_ptr<PlaybackBackend> m_playback;
@@ -298,6 +320,7 @@ private:
     bool m_handledEOF = false;
     std::optional<PendingSeek> m_pendingSeek;
     int m_playlistGeneration = 0;
+    SubtitleSession* m_subtitles = new SubtitleSession(this);
 };
 
 } // namespace quorvane

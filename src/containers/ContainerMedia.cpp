@@ -38,7 +38,8 @@ ContainerMedia::ContainerMedia(QVMedia* handle, CancelFlag cancel)
       m_sampleCount(qv_media_sample_count(handle)), m_videoTracks(qv_media_video_tracks(handle)),
       m_audioTracks(qv_media_audio_tracks(handle)),
       m_format(qv_media_format(handle) == QV_MEDIA_FORMAT_MATROSKA ? QStringLiteral("matroska")
-                                                                   : QStringLiteral("flv"))
+                                                                   : QStringLiteral("flv")),
+      m_subtitles(readContainerSubtitles(handle))
 {
     for (uint32_t i = 0; i < qv_media_track_count(handle); ++i)
         m_tracks.append({qv_media_track_kind(handle, i) == QV_MEDIA_TRACK_VIDEO,

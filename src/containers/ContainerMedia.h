@@ -9,6 +9,7 @@
 // The media is shared (std::shared_ptr): the last owner closes the engine handle. Reads may come
 // from any thread; the engine serialises them.
 #include "ContainerError.h"
+#include "ContainerSubtitles.h"
 
 #include <QByteArray>
 #include <QFuture>
@@ -67,6 +68,8 @@ public:
     QString format() const { return m_format; }
     // Every track in the movie's order.
     const QList<Track>& tracks() const { return m_tracks; }
+    // Text subtitle tracks and their fonts (Matroska); null when there are none.
+    std::shared_ptr<const ContainerSubtitles> subtitles() const { return m_subtitles; }
 
 private:
     ContainerMedia(QVMedia* handle, CancelFlag cancel);
@@ -80,6 +83,7 @@ private:
     quint32 m_audioTracks;
     QString m_format;
     QList<Track> m_tracks;
+    std::shared_ptr<const ContainerSubtitles> m_subtitles;
 };
 
 } // namespace quorvane

@@ -46,6 +46,16 @@ inline constexpr std::uint32_t kMaxOpusPacketSamples = 5'760;
 // Samples per channel in one Apple Lossless frame.
 inline constexpr std::uint32_t kMaxAlacFrameLength = 65'536;
 
+// Text subtitle tracks kept per file; events and text bytes kept per track (later events are cut
+// off); the longest event text (a longer one is skipped).
+inline constexpr std::uint32_t kMaxSubtitleTracks = 32;
+inline constexpr std::uint64_t kMaxSubtitleEvents = 200'000;
+inline constexpr std::uint64_t kMaxSubtitleTextBytes = 16'777'216;
+inline constexpr std::uint64_t kMaxSubtitleEventBytes = 65'536;
+// Attachments listed per file, and the longest attachment name or MIME type.
+inline constexpr std::uint32_t kMaxAttachments = 256;
+inline constexpr std::uint64_t kMaxAttachmentText = 1'024;
+
 // Bytes of a transport stream scanned for its programme tables.
 inline constexpr std::uint64_t kTransportScanBytes = 1'048'576;
 // Programme map tables followed per transport stream.

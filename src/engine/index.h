@@ -2,6 +2,7 @@
 // What a demuxer hands to the rest of the engine: tracks with their codec settings and every
 // sample's place and time in the source file.
 #include "qv_media.h"
+#include "subtitles.h"
 
 #include <cstdint>
 #include <string>
@@ -111,6 +112,8 @@ struct Index {
     std::uint64_t sampleCount = 0;
     std::uint32_t format = 0;                // 1 Matroska/WebM, 2 FLV
     std::uint64_t timecodeScale = 1'000'000; // nanoseconds per Matroska tick (FLV: 1,000,000)
+    std::vector<SubtitleTrack> subtitles;    // text subtitle tracks, not part of the movie
+    std::vector<Attachment> attachments;
 
     void append(Track& track, const Sample& sample);
 };

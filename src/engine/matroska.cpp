@@ -10,7 +10,9 @@
 #include "lacing.h"
 #include "language.h"
 #include "matroska_ids.h"
+#include "subtitles.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -26,6 +28,9 @@ struct Cluster {
     std::uint64_t end = 0;
     std::uint64_t timecode = 0;
 };
+
+// Matroska's TrackType for subtitles.
+constexpr std::uint64_t kSubtitleTrackType = 0x11;
 
 struct TrackState {
     bool discardSeen = false; // a block with DiscardPadding was read; no later block may follow
@@ -96,6 +101,10 @@ private:
     void block(const Element& block, const Cluster& cluster, std::optional<std::uint64_t> duration,
                std::int64_t discardPadding, std::optional<bool> key);
     std::int64_t trackIndex(std::uint64_t number) const;
+    // Text subtitle tracks: kept beside the movie's tracks; a broken one never fails the file.
+    void keepSubtitleTrack(const Track& track, bool forced, bool languageSeen);
+    void subtitleBlock(const Element& block, std::uint64_t number, std::uint64_t numberLength,
+                       const Cluster& cluster, std::optional<std::uint64_t> duration);
 
     Reader& m_reader;
     Index m_index;
@@ -122,6 +131,8 @@ Index Demuxer::run()
     require(!m_sawAudio || audio, kUnsupported);
     m_states.resize(m_index.tracks.size());
     clusterBlocks();
+    for (auto& subtitle : m_index.subtitles)
+        finishSubtitleTrack(subtitle);
     return std::move(m_index);
 }
 
@@ -213,6 +224,16 @@ void Demuxer::segmentChildren(const Element& segment)
             if (m_head) m_head->cues = p;
             p = e.end;
             break;
+        case mkv::kAttachments:
+            // Fonts for styled subtitles: a damaged list is dropped, the file still plays.
+            try {
+                m_index.attachments = readAttachments(m_reader, e);
+            } catch (const Failure& failure) {
+                if (failure.code() == kCancelled || failure.code() == kInputOutput) throw;
+                m_index.attachments.clear();
+            }
+            p = e.end;
+            break;
         case mkv::kCluster: {
             if (m_head) {
                 m_head->firstCluster = p;
@@ -261,6 +282,7 @@ void Demuxer::trackEntry(const Element& entry)
     bool haveNumber = false;
     std::optional<std::string> language;
     std::optional<std::string> languageBcp47;
+    bool forced = false;
     for (auto p = entry.start; p < entry.end;) {
         const Element e = ebml::element(m_reader, p, entry.end);
         switch (e.id) {
@@ -289,6 +311,9 @@ void Demuxer::trackEntry(const Element& entry)
             break;
         case mkv::kLanguageBcp47:
             languageBcp47 = m_reader.text(e.start, e.size(), limits::kMaxLanguage);
+            break;
+        case mkv::kFlagForced:
+            forced = ebml::unsignedInteger(m_reader, e) != 0;
             break;
         case mkv::kName:
             track.name = cutUtf8(validUtf8(m_reader.text(e.start, e.size(), limits::kMaxName)),
@@ -327,6 +352,10 @@ void Demuxer::trackEntry(const Element& entry)
     track.language = languageBcp47 ? languageFromBcp47(*languageBcp47)
                                    : languageFromIso639(language.value_or("und"));
 
+    if (type == kSubtitleTrackType) {
+        keepSubtitleTrack(track, forced, language || languageBcp47);
+        return;
+    }
     if (type != kVideo && type != kAudio) return;
     if (!track.enabled) return;
     track.kind = static_cast<TrackKind>(type);
@@ -367,6 +396,23 @@ void Demuxer::trackEntry(const Element& entry)
     }
     require(m_index.tracks.size() < limits::kMaxTracks, kTooLarge);
     m_index.tracks.push_back(std::move(track));
+}
+
+void Demuxer::keepSubtitleTrack(const Track& track, bool forced, bool languageSeen)
+{
+    // Compressed tracks (ContentEncodings) are rare for text and left out.
+    if (!track.enabled || track.encoded || !isTextSubtitleCodec(track.codecId) ||
+        m_index.subtitles.size() >= limits::kMaxSubtitleTracks)
+        return;
+    SubtitleTrack subtitle;
+    subtitle.number = track.number;
+    subtitle.codecId = track.codecId;
+    subtitle.codecPrivate = track.codecPrivate;
+    if (languageSeen) subtitle.language = track.language;
+    subtitle.name = track.name;
+    subtitle.isDefault = track.isDefault;
+    subtitle.forced = forced;
+    m_index.subtitles.push_back(std::move(subtitle));
 }
 
 void Demuxer::video(const Element& v, Track& track)
@@ -454,6 +500,9 @@ void Demuxer::clusterBlocks()
             counts[t] = m_index.tracks[t].samples.size();
         const auto sampleCount = m_index.sampleCount;
         const auto states = m_states;
+        std::vector<std::pair<std::size_t, std::uint64_t>> subtitleCounts;
+        for (const auto& s : m_index.subtitles)
+            subtitleCounts.emplace_back(s.events.size(), s.textBytes);
         const auto padding = [&] {
             std::vector<std::uint64_t> v;
             for (const auto& t : m_index.tracks)
@@ -485,6 +534,10 @@ void Demuxer::clusterBlocks()
             }
             m_index.sampleCount = sampleCount;
             m_states = states;
+            for (std::size_t s = 0; s < subtitleCounts.size(); ++s) {
+                m_index.subtitles[s].events.resize(subtitleCounts[s].first);
+                m_index.subtitles[s].textBytes = subtitleCounts[s].second;
+            }
         }
     }
 }
@@ -534,7 +587,10 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
 {
     const auto number = ebml::vint(m_reader, b.start, b.end, false);
     const auto found = trackIndex(number.value);
-    if (found < 0) return;
+    if (found < 0) {
+        subtitleBlock(b, number.value, number.length, cluster, duration);
+        return;
+    }
     Track& track = m_index.tracks[static_cast<std::size_t>(found)];
     TrackState& state = m_states[static_cast<std::size_t>(found)];
 
@@ -604,6 +660,32 @@ void Demuxer::block(const Element& b, const Cluster& cluster, std::optional<std:
         position += size;
     }
     require(position == b.end);
+}
+
+void Demuxer::subtitleBlock(const Element& b, std::uint64_t number, std::uint64_t numberLength,
+                            const Cluster& cluster, std::optional<std::uint64_t> duration)
+{
+    auto track = std::find_if(m_index.subtitles.begin(), m_index.subtitles.end(),
+                              [&](const SubtitleTrack& t) { return t.number == number; });
+    if (track == m_index.subtitles.end()) return;
+    try {
+        const auto p = b.start + numberLength;
+        require(p <= b.end && b.end - p >= 3);
+        const auto relative = static_cast<std::int16_t>(m_reader.uintBE(p, 2));
+        const std::uint8_t flags = m_reader.byte(p + 2);
+        const auto scale = static_cast<std::int64_t>(m_index.timecodeScale);
+        require(cluster.timecode <= limits::kMaxClusterTimeNs / m_index.timecodeScale);
+        const std::int64_t start = scale * (static_cast<std::int64_t>(cluster.timecode) + relative);
+        std::optional<std::int64_t> length;
+        if (duration) {
+            require(*duration <= limits::kMaxClusterTimeNs / m_index.timecodeScale);
+            length = static_cast<std::int64_t>(*duration) * scale;
+        }
+        addSubtitleBlock(m_reader, *track, p + 3, b.end, flags, start, length);
+    } catch (const Failure& failure) {
+        if (failure.code() == kCancelled || failure.code() == kInputOutput) throw;
+        ++track->cutEvents;
+    }
 }
 
 } // namespace

@@ -35,6 +35,7 @@ enum Id : std::uint64_t {
     kCodecDelay = 0x56AA,
     kTrackTimecodeScale = 0x23314F,
     kTrackOffset = 0x537F,
+    kFlagForced = 0x55AA,
     kContentEncodings = 0x6D80,
     kVideo = 0xE0,
     kPixelWidth = 0xB0,
@@ -59,6 +60,11 @@ enum Id : std::uint64_t {
     kReferenceBlock = 0xFB,
     kDiscardPadding = 0x75A2,
     kCodecState = 0xA4,
+    // Attachments
+    kAttachedFile = 0x61A7,
+    kFileName = 0x466E,
+    kFileMimeType = 0x4660,
+    kFileData = 0x465C,
 };
 
 } // namespace qv::mkv

@@ -95,6 +95,8 @@ QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* 
     format = index.format;
     timecodeScale = index.timecodeScale;
     tracks = std::move(index.tracks);
+    subtitles = std::move(index.subtitles);
+    attachments = std::move(index.attachments);
     // Reads go through the slices alone; the per-sample lists are no longer needed.
     for (auto& t : tracks) {
         t.sampleCount = t.samples.size();

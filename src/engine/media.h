@@ -45,6 +45,8 @@ struct QVMedia {
     std::uint64_t sampleCount = 0;
     std::uint32_t format = 0;
     std::uint64_t timecodeScale = 0;
+    std::vector<qv::SubtitleTrack> subtitles; // text subtitle tracks (Matroska), beside the movie
+    std::vector<qv::Attachment> attachments;
     std::vector<std::uint8_t> header; // ftyp + moov + mdat header
     std::vector<qv::Slice> slices;
     std::uint64_t size = 0;

@@ -6,6 +6,8 @@
 #include "media.h"
 #include "transport_stream.h"
 
+#include <algorithm>
+#include <mutex>
 #include <new>
 #include <vector>
 
@@ -162,6 +164,66 @@ int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel,
     if (!path) return -static_cast<int32_t>(qv::kMalformed);
     return qv::transportPresence([path] { return std::make_unique<qv::FileSource>(path); }, cancel,
                                  context);
+}
+
+uint32_t qv_media_subtitle_tracks(const QVMedia* media)
+{
+    return media ? static_cast<uint32_t>(media->subtitles.size()) : 0;
+}
+
+int32_t qv_media_subtitle_track(const QVMedia* media, uint32_t index, QVMediaSubtitleTrack* track)
+{
+    if (!media || !track || index >= media->subtitles.size()) return -1;
+    const auto& t = media->subtitles[index];
+    *track = {t.codecId.c_str(),
+              t.language.c_str(),
+              t.name.c_str(),
+              t.codecPrivate.empty() ? nullptr : t.codecPrivate.data(),
+              t.codecPrivate.size(),
+              t.isDefault ? 1u : 0u,
+              t.forced ? 1u : 0u,
+              t.events.size(),
+              t.cutEvents};
+    return 0;
+}
+
+int32_t qv_media_subtitle_event(const QVMedia* media, uint32_t track_index, uint64_t event_index,
+                                QVMediaSubtitleEvent* event)
+{
+    if (!media || !event || track_index >= media->subtitles.size()) return -1;
+    const auto& events = media->subtitles[track_index].events;
+    if (event_index >= events.size()) return -1;
+    const auto& e = events[event_index];
+    *event = {e.start, e.duration, e.text.data(), e.text.size()};
+    return 0;
+}
+
+uint32_t qv_media_attachments(const QVMedia* media)
+{
+    return media ? static_cast<uint32_t>(media->attachments.size()) : 0;
+}
+
+int32_t qv_media_attachment(const QVMedia* media, uint32_t index, QVMediaAttachment* attachment)
+{
+    if (!media || !attachment || index >= media->attachments.size()) return -1;
+    const auto& a = media->attachments[index];
+    *attachment = {a.name.c_str(), a.mimeType.c_str(), a.size};
+    return 0;
+}
+
+int64_t qv_media_attachment_read(QVMedia* media, uint32_t index, uint64_t offset, uint8_t* buffer,
+                                 uint64_t count)
+{
+    if (!media || !buffer || count > qv::limits::kMaxRead || index >= media->attachments.size())
+        return -1;
+    const auto& a = media->attachments[index];
+    if (offset > a.size) return -1;
+    const uint64_t n = std::min(count, a.size - offset);
+    const auto code = guarded([&] {
+        std::lock_guard lock(media->mutex);
+        media->reader.copy(a.position + offset, buffer, n);
+    });
+    return code == 0 ? static_cast<int64_t>(n) : -1;
 }
 
 } // extern "C"

@@ -165,6 +165,73 @@ int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t
  */
 int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context);
 
+/*
+ * Text subtitles and attachments (Matroska). Text subtitle tracks ("S_TEXT/UTF8", "S_TEXT/ASS",
+ * "S_TEXT/SSA", "S_TEXT/WEBVTT") are not part of the virtual MP4; every event of them is read
+ * while the file opens (at most 200,000 events and 16,777,216 text bytes per track, 32 tracks;
+ * later events are cut, a laced or unreadable block is skipped) and kept by the handle. A damaged
+ * subtitle track or attachment list never makes qv_media_open fail. FLV files have none.
+ * Every pointer these functions hand out belongs to the handle and stays valid until
+ * qv_media_close. Safe to call from any thread.
+ */
+
+/* One text subtitle track. Strings are NUL-terminated UTF-8. */
+typedef struct QVMediaSubtitleTrack {
+    const char* codec_id;         /* "S_TEXT/UTF8", "S_TEXT/ASS", "S_TEXT/SSA", "S_TEXT/WEBVTT" */
+    const char* language;         /* as in the file ("eng" when the file names none) */
+    const char* name;             /* "" when the file names none */
+    const uint8_t* codec_private; /* the ASS/SSA script header, WebVTT's header; may be null */
+    uint64_t codec_private_size;
+    uint32_t is_default; /* 1 when flagged default */
+    uint32_t forced;     /* 1 when flagged forced: shown even while subtitles are off */
+    uint64_t event_count;
+    uint64_t cut_events; /* events skipped or past the limits */
+} QVMediaSubtitleTrack;
+
+/*
+ * One event, in time order. `text` is the block's bytes (not NUL-terminated): UTF-8 text with
+ * SubRip or WebVTT markup, or for ASS/SSA the event line "ReadOrder,Layer,Style,Name,MarginL,
+ * MarginR,MarginV,Effect,Text". `duration` comes from the block's BlockDuration, else it runs to
+ * the next event's start (0 for a last event without one).
+ */
+typedef struct QVMediaSubtitleEvent {
+    int64_t start;    /* nanoseconds */
+    int64_t duration; /* nanoseconds */
+    const char* text;
+    uint64_t text_size;
+} QVMediaSubtitleEvent;
+
+/* Number of text subtitle tracks; 0 for null. */
+uint32_t qv_media_subtitle_tracks(const QVMedia* media);
+
+/* Fills `track` for track `index`; returns 0, or -1 for null arguments or an index out of range. */
+int32_t qv_media_subtitle_track(const QVMedia* media, uint32_t index, QVMediaSubtitleTrack* track);
+
+/* Fills `event` for event `event_index` of track `track_index`; returns 0, or -1 as above. */
+int32_t qv_media_subtitle_event(const QVMedia* media, uint32_t track_index, uint64_t event_index,
+                                QVMediaSubtitleEvent* event);
+
+/* One attached file (at most 256 per file). Strings are NUL-terminated, "" when absent. */
+typedef struct QVMediaAttachment {
+    const char* name;      /* e.g. "Font.ttf" */
+    const char* mime_type; /* e.g. "application/x-truetype-font", "font/otf" */
+    uint64_t size;         /* bytes of the attached data */
+} QVMediaAttachment;
+
+/* Number of attachments; 0 for null. */
+uint32_t qv_media_attachments(const QVMedia* media);
+
+/* Fills `attachment` for `index`; returns 0, or -1 for null arguments or an index out of range. */
+int32_t qv_media_attachment(const QVMedia* media, uint32_t index, QVMediaAttachment* attachment);
+
+/*
+ * Copies up to `count` bytes (at most QV_MEDIA_MAX_READ) of attachment `index` from `offset` into
+ * `buffer`, reading the source file. Returns the bytes copied (0 at the end), or -1 for bad
+ * arguments or a failed read. Serialised with qv_media_read.
+ */
+int64_t qv_media_attachment_read(QVMedia* media, uint32_t index, uint64_t offset, uint8_t* buffer,
+                                 uint64_t count);
+
 #ifdef __cplusplus
 }
 #endif

@@ -108,6 +108,9 @@ const QList<QPair<QString, QString>>& chineseTranslationTable()
         {u"A local video and audio player."_s, u"一款本地视频和音频播放器。"_s},
         {u"Supported formats depend on the installed media framework. External subtitles are not supported in this version."_s,
          u"支持的格式取决于已安装的媒体框架。此版本不支持外挂字幕。"_s},
+        // The about page's line now that subtitle files and embedded text subtitles are drawn.
+        {u"Supported formats depend on the installed media framework. Subtitle files (SRT, ASS, SSA, WebVTT) can be loaded from the Subtitles menu."_s,
+         u"支持的格式取决于已安装的媒体框架。可以从“字幕”菜单载入字幕文件（SRT、ASS、SSA、WebVTT）。"_s},
         {u"Show in Folder"_s, u"在文件夹中显示"_s},
         {u"Drop a video here, or press Ctrl+O to open"_s, u"将视频拖到这里，或按 Ctrl+O 打开"_s},
         {u"Open a local media file (Ctrl+O)"_s, u"打开本地媒体文件（Ctrl+O）"_s},

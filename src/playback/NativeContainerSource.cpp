@@ -74,6 +74,11 @@ QString NativeContainerSource::format() const
     return m_state->media ? m_state->media->format() : QString();
 }
 
+std::shared_ptr<const ContainerSubtitles> NativeContainerSource::subtitles() const
+{
+    return m_state->media ? m_state->media->subtitles() : nullptr;
+}
+
 quint64 NativeContainerSource::sampleCount() const
 {
     return m_state->media ? m_state->media->sampleCount() : 0;

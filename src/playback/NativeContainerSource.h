@@ -19,6 +19,8 @@ class QIODevice;
 
 namespace quorvane {
 
+struct ContainerSubtitles;
+
 class NativeContainerSource {
 public:
     explicit NativeContainerSource(const QUrl& url);
@@ -36,6 +38,8 @@ public:
     QUrl deviceUrl() const;
     QString format() const;
     quint64 sampleCount() const;
+    // The file's text subtitle tracks and fonts; null for none.
+    std::shared_ptr<const ContainerSubtitles> subtitles() const;
     quint32 videoTracks() const;
     quint32 audioTracks() const;
     // The engine's description of every track; empty until opened.

@@ -461,6 +461,7 @@ void NativePlayback::checkReady()
     m_frameRate = info.frameRate;
     info.tracks = nativemedia::playbackTracks(m_player->audioTracks(), m_player->subtitleTracks());
     if (m_container) nativemedia::labelContainerAudio(info.tracks, m_container->tracks());
+    if (m_container) info.embeddedSubtitles = m_container->subtitles();
 
     // Subtitles start off; the user turns them on from the track menu.
     if (!m_player->subtitleTracks().isEmpty()) m_player->setActiveSubtitleTrack(-1);

@@ -11,6 +11,7 @@
 #include <QUuid>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <variant>
 
@@ -22,6 +23,8 @@ namespace quorvane {
 // Platform media error codes used across backends.
 inline constexpr qint64 kFileFormatNotRecognized = -11828;
 inline constexpr qint64 kUnknownMediaError = -11800;
+
+struct ContainerSubtitles;
 
 enum class PlaybackTrackKind { Audio, Subtitle };
 
@@ -43,6 +46,8 @@ struct PlaybackMediaInfo {
     double frameRate = 0; // 0 where unknown
     bool hdr = false;
     QList<PlaybackTrack> tracks; // audio and subtitle tracks, in the backend's order
+    // Text subtitle tracks the player draws itself (those of Matroska files); null for none.
+    std::shared_ptr<const ContainerSubtitles> embeddedSubtitles = {};
     bool operator==(const PlaybackMediaInfo&) const = default;
 };
 

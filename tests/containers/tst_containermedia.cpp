@@ -21,6 +21,36 @@ class ContainerMediaTest : public QObject {
     QTemporaryDir m_dir;
 
 private slots:
+    // Text subtitles and the font muxed by mkvmerge, copied out of the engine at open.
+    void subtitlesAndFonts()
+    {
+        const QString path = fixtureDir() + u"/subtitles.mkv"_s;
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        const auto media = ContainerMedia::open(path);
+        const auto subtitles = media->subtitles();
+        QVERIFY(subtitles);
+        QCOMPARE(subtitles->tracks.size(), 2);
+        const ContainerSubtitleTrack& srt = subtitles->tracks[0];
+        const ContainerSubtitleTrack& ass = subtitles->tracks[1];
+        QCOMPARE(srt.codecId, "S_TEXT/UTF8");
+        QCOMPARE(srt.language, u"chi"_s);
+        QCOMPARE(srt.name, u"Chinese"_s);
+        QCOMPARE(srt.events.size(), 2);
+        QCOMPARE(srt.events[0].start, 500);
+        QCOMPARE(srt.events[0].duration, 500);
+        QCOMPARE(srt.events[0].text, "<i>Hello</i> world");
+        QCOMPARE(QString::fromUtf8(srt.events[1].text), u"你好，世界"_s);
+        QCOMPARE(ass.codecId, "S_TEXT/ASS");
+        QVERIFY(ass.forced);
+        QVERIFY(ass.codecPrivate.contains("Style: Sign,DejaVu Sans,24,&H000000FF,-1,7"));
+        QCOMPARE(ass.events.size(), 1);
+        QCOMPARE(ass.events[0].duration, 2500);
+        QCOMPARE(ass.events[0].text, "0,0,Sign,,0,0,0,,{\\pos(10,10)}SIGN");
+        QCOMPARE(subtitles->fonts.size(), 1);
+        QCOMPARE(subtitles->fonts[0].name, "DejaVuSans-Bold.ttf");
+        QCOMPARE(subtitles->fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
+    }
+
 
     void failuresCarryEngineCodes()
     {

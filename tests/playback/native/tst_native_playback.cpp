@@ -1,5 +1,6 @@
 // The native backend against real GStreamer and real files: what it reports when a file opens,
 // how it plays, pauses, seeks and ends, and which code it fails with.
+#include "ContainerSubtitles.h"
 #include "InterfaceLanguage.h"
 #include "NativePlayback.h"
 #include "NativeTestSupport.h"
@@ -86,6 +87,27 @@ TEST_F(NativePlaybackTest, Mp4OpensWithItsInformationAndPlaysPausesAndEnds)
     EXPECT_EQ(recorder.count<Ended>(), 1);
     EXPECT_NEAR(backend.snapshot().position, 3.0, 0.05);
     EXPECT_EQ(recorder.count<Failed>(), 0);
+}
+
+// Text subtitles of a Matroska file are not in the virtual MP4: they come with Ready, for the
+// player to draw.
+TEST_F(NativePlaybackTest, EmbeddedTextSubtitlesComeWithReady)
+{
+    const PlaybackMediaInfo info = openReady("native-subtitles.mkv");
+    expectH264Movie(info);
+    ASSERT_TRUE(info.embeddedSubtitles);
+    const auto& tracks = info.embeddedSubtitles->tracks;
+    ASSERT_EQ(tracks.size(), 2);
+    EXPECT_EQ(tracks[0].codecId, "S_TEXT/UTF8");
+    EXPECT_EQ(tracks[0].events.value(0).text, "<b>Hello</b>");
+    EXPECT_EQ(tracks[0].events.value(0).start, 500);
+    EXPECT_TRUE(tracks[1].forced);
+    EXPECT_EQ(tracks[1].events.value(0).text, "0,0,Default,,0,0,0,,{\\an8}Sign");
+
+    // Files without them carry none.
+    backend.stop();
+    recorder.events.clear();
+    EXPECT_FALSE(openReady("native-h264-aac.mkv").embeddedSubtitles);
 }
 
 TEST_F(NativePlaybackTest, TransportStreamOpensOnceItsProbeAgrees)

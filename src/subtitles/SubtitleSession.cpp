@@ -1,0 +1,117 @@
+#include "SubtitleSession.h"
+
+#include "DiagnosticLog.h"
+#include "SubtitleText.h"
+
+#include <QElapsedTimer>
+
+#include <cmath>
+
+namespace quorvane {
+
+SubtitleSession::SubtitleSession(QObject* parent) : QObject(parent)
+{
+    auto timer = std::make_shared<QElapsedTimer>();
+    timer->start();
+    m_clock = [timer] { return double(timer->nsecsElapsed()) / 1e9; };
+}
+
+SubtitleSession::~SubtitleSession() = default;
+
+qint64 SubtitleSession::addFile(const QString& path, const QString& label)
+{
+    m_tracks.append({{m_nextID, label, false}, path, nullptr});
+    return m_nextID++;
+}
+
+qint64 SubtitleSession::addDocument(SubtitleDocument document, const QString& label, bool forced)
+{
+    m_tracks.append(
+        {{m_nextID, label, forced}, {}, std::make_shared<SubtitleDocument>(std::move(document))});
+    return m_nextID++;
+}
+
+void SubtitleSession::clear()
+{
+    m_tracks.clear();
+    if (m_activeID != 0) {
+        m_activeID = 0;
+        emit activeChanged();
+    }
+}
+
+QList<SubtitleTrackInfo> SubtitleSession::tracks() const
+{
+    QList<SubtitleTrackInfo> list;
+    for (const Track& track : m_tracks)
+        list.append(track.info);
+    return list;
+}
+
+SubtitleSession::Track* SubtitleSession::find(qint64 id)
+{
+    for (Track& track : m_tracks) {
+        if (track.info.id == id) return &track;
+    }
+    return nullptr;
+}
+
+bool SubtitleSession::owns(qint64 id) const
+{
+    return const_cast<SubtitleSession*>(this)->find(id) != nullptr;
+}
+
+void SubtitleSession::note(const QString& event, const QString& reason)
+{
+    if (m_log) m_log->record(event, {{QStringLiteral("reason"), reason}});
+}
+
+bool SubtitleSession::select(qint64 id)
+{
+    Track* track = id == 0 ? nullptr : find(id);
+    if (track && !track->document) {
+        const SubtitleParse parse = subtitles::readFile(track->path);
+        for (const QString& line : parse.notes)
+            note(QStringLiteral("subtitle.cut"), line);
+        if (!parse.ok()) {
+            note(QStringLiteral("subtitle.dropped"), parse.failure);
+            track = nullptr;
+        } else {
+            track->document = std::make_shared<SubtitleDocument>(parse.document);
+        }
+    }
+    const qint64 shown = track ? id : 0;
+    if (shown != m_activeID) {
+        m_activeID = shown;
+        emit activeChanged();
+    }
+    return shown == id;
+}
+
+std::shared_ptr<const SubtitleDocument> SubtitleSession::activeDocument() const
+{
+    for (const Track& track : m_tracks) {
+        if (track.info.id == m_activeID) return track.document;
+    }
+    return nullptr;
+}
+
+void SubtitleSession::setTiming(double position, double rate)
+{
+    if (!std::isfinite(position) || !std::isfinite(rate)) return;
+    const double now = m_clock();
+    // Every snapshot re-anchors the clock; only what extrapolation could not foresee (a seek, a
+    // pause, a new rate) is announced, so the overlay redraws at once instead of on its next tick.
+    const bool jump = rate != m_rate || std::abs(currentTime() - position) > 0.25;
+    m_anchorPosition = position;
+    m_anchorTime = now;
+    m_rate = rate;
+    if (jump) emit timingChanged();
+}
+
+double SubtitleSession::currentTime() const
+{
+    return m_anchorPosition + m_rate * (m_clock() - m_anchorTime);
+}
+
+} // namespace quorvane

@@ -1,0 +1,224 @@
+// Text subtitle tracks and attachments of hand-built Matroska files, through the flat interface:
+// what is kept, the events with their times and texts, the limits, and damage that must not fail
+// the file.
+#include "engine/engine_limits.h"
+#include "engine_test_support.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <memory>
+
+using namespace qv_test;
+
+namespace {
+
+// A block of any track (SimpleBlock, no lacing unless flags say so).
+Bytes blockOf(std::uint8_t track, std::int16_t relative, const std::string& text,
+              std::uint8_t flags = 0x80)
+{
+    return el(0xA3, cat({{static_cast<std::uint8_t>(0x80 | track)},
+                         be(static_cast<std::uint16_t>(relative), 2),
+                         {flags},
+                         Bytes(text.begin(), text.end())}));
+}
+
+// A BlockGroup with a BlockDuration.
+Bytes timedBlock(std::uint8_t track, std::int16_t relative, std::uint64_t duration,
+                 const std::string& text)
+{
+    return el(0xA0, cat({el(0xA1, cat({{static_cast<std::uint8_t>(0x80 | track)},
+                                       be(static_cast<std::uint16_t>(relative), 2),
+                                       {0},
+                                       Bytes(text.begin(), text.end())})),
+                         uintEl(0x9B, duration, 2)}));
+}
+
+Bytes subtitleTrack(std::uint8_t number, const std::string& codec, const Bytes& extra = {})
+{
+    return el(0xAE,
+              cat({uintEl(0xD7, number, 1), uintEl(0x83, 0x11, 1), textEl(0x86, codec), extra}));
+}
+
+const std::string kHeader = "[Script Info]\nScriptType: v4.00+\n\n[Events]\nFormat: Layer, Start, "
+                            "End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n";
+
+struct Opened {
+    std::unique_ptr<TempFile> file;
+    QVMedia* media = nullptr;
+    ~Opened() { qv_media_close(media); }
+};
+
+std::unique_ptr<Opened> open(const Bytes& bytes)
+{
+    auto opened = std::make_unique<Opened>();
+    opened->file = std::make_unique<TempFile>(bytes);
+    std::uint32_t code = 0;
+    opened->media = qv_media_open(opened->file->path().c_str(), nullptr, nullptr, &code);
+    EXPECT_EQ(code, 0u);
+    return opened;
+}
+
+std::string textOf(const QVMediaSubtitleEvent& event)
+{
+    return std::string(event.text, event.text_size);
+}
+
+} // namespace
+
+TEST(Subtitles, TracksEventsAndAttachments)
+{
+    const auto tracks = cat({
+        aacTrack(1),
+        subtitleTrack(2, "S_TEXT/UTF8",
+                      cat({textEl(0x22B59C, "chi"), textEl(0x536E, "Chinese"), uintEl(0x55AA, 1, 1),
+                           uintEl(0x88, 0, 1)})),
+        subtitleTrack(3, "S_TEXT/ASS", el(0x63A2, Bytes(kHeader.begin(), kHeader.end()))),
+        subtitleTrack(4, "S_TEXT/UTF8", el(0x6D80, {})), // compressed: left out
+        subtitleTrack(5, "S_HDMV/PGS"),                  // pictures: left out
+    });
+    const auto clusters = cat({
+        cluster(0, cat({simpleBlock(0, true, Bytes(9, 1)), blockOf(2, 1000, "<i>first</i>"),
+                        timedBlock(3, 500, 1500, "0,0,Default,,0,0,0,,{\\pos(10,10)}ass"),
+                        blockOf(2, 2500, std::string("second\0\0", 8)),
+                        blockOf(2, 2600, "laced", 0x82), blockOf(4, 100, "dropped")})),
+        // Out of order across clusters: events come back sorted.
+        cluster(4000, cat({blockOf(2, 0, "last"), el(0xA3, {0x82, 0x00})})),
+    });
+    const Bytes font{'F', 'O', 'N', 'T', 'D', 'A', 'T', 'A'};
+    const auto attachments =
+        el(0x1941A469,
+           el(0x61A7, cat({textEl(0x466E, "Test.ttf"),
+                           textEl(0x4660, "application/x-truetype-font"), el(0x465C, font)})));
+    const auto file = open(
+        cat({ebmlHeader(), el(0x18538067, cat({el(0x1654AE6B, tracks), attachments, clusters}))}));
+    QVMedia* media = file->media;
+    ASSERT_NE(media, nullptr);
+    EXPECT_EQ(qv_media_audio_tracks(media), 1u);
+    ASSERT_EQ(qv_media_subtitle_tracks(media), 2u);
+
+    QVMediaSubtitleTrack srt{}, ass{};
+    ASSERT_EQ(qv_media_subtitle_track(media, 0, &srt), 0);
+    ASSERT_EQ(qv_media_subtitle_track(media, 1, &ass), 0);
+    EXPECT_STREQ(srt.codec_id, "S_TEXT/UTF8");
+    EXPECT_STREQ(srt.language, "chi");
+    EXPECT_STREQ(srt.name, "Chinese");
+    EXPECT_EQ(srt.forced, 1u);
+    EXPECT_EQ(srt.is_default, 0u);
+    EXPECT_EQ(srt.codec_private, nullptr);
+    EXPECT_EQ(srt.cut_events, 2u); // the laced block and the one too short to hold a header
+    EXPECT_STREQ(ass.language, "eng");
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(ass.codec_private), ass.codec_private_size),
+              kHeader);
+
+    // Times in nanoseconds; without BlockDuration an event lasts until the next one.
+    const std::vector<std::tuple<std::uint32_t, std::int64_t, std::int64_t, std::string>> events{
+        {0, 1'000'000'000, 1'500'000'000, "<i>first</i>"},
+        {0, 2'500'000'000, 1'500'000'000, "second"},
+        {0, 4'000'000'000, 0, "last"},
+        {1, 500'000'000, 1'500'000'000, "0,0,Default,,0,0,0,,{\\pos(10,10)}ass"},
+    };
+    std::uint64_t next[2] = {0, 0};
+    for (const auto& [track, start, duration, text] : events) {
+        QVMediaSubtitleEvent event{};
+        ASSERT_EQ(qv_media_subtitle_event(media, track, next[track]++, &event), 0);
+        EXPECT_EQ(event.start, start) << text;
+        EXPECT_EQ(event.duration, duration) << text;
+        EXPECT_EQ(textOf(event), text);
+    }
+    QVMediaSubtitleEvent event{};
+    EXPECT_EQ(qv_media_subtitle_event(media, 0, 3, &event), -1);
+    EXPECT_EQ(qv_media_subtitle_event(media, 2, 0, &event), -1);
+    EXPECT_EQ(qv_media_subtitle_track(media, 2, &srt), -1);
+
+    ASSERT_EQ(qv_media_attachments(media), 1u);
+    QVMediaAttachment attachment{};
+    ASSERT_EQ(qv_media_attachment(media, 0, &attachment), 0);
+    EXPECT_STREQ(attachment.name, "Test.ttf");
+    EXPECT_STREQ(attachment.mime_type, "application/x-truetype-font");
+    EXPECT_EQ(attachment.size, font.size());
+    std::uint8_t bytes[16] = {};
+    EXPECT_EQ(qv_media_attachment_read(media, 0, 4, bytes, sizeof bytes), 4);
+    EXPECT_EQ(std::string(bytes, bytes + 4), "DATA");
+    EXPECT_EQ(qv_media_attachment_read(media, 0, 9, bytes, 1), -1);
+    EXPECT_EQ(qv_media_attachment_read(media, 1, 0, bytes, 1), -1);
+}
+
+TEST(Subtitles, DamageAndLimitsNeverFailTheFile)
+{
+    const auto longName =
+        el(0x1941A469, el(0x61A7, cat({textEl(0x466E, std::string(2000, 'x')), el(0x465C, {1})})));
+    const auto file = [](const Bytes& tracks, const Bytes& blocks, const Bytes& extra = {}) {
+        return cat({ebmlHeader(),
+                    el(0x18538067, cat({el(0x1654AE6B, tracks), extra, cluster(0, blocks)}))});
+    };
+    const auto tracks = cat({aacTrack(1), subtitleTrack(2, "S_TEXT/UTF8")});
+    const auto audio = simpleBlock(0, true, Bytes(9, 1));
+
+    // An attachment list with an absurd name is dropped; the file plays.
+    auto opened = open(file(tracks, audio, longName));
+    EXPECT_EQ(qv_media_attachments(opened->media), 0u);
+
+    // An oversized event is cut, its neighbours stay.
+    opened = open(
+        file(tracks, cat({audio, blockOf(2, 0, "a"),
+                          blockOf(2, 10, std::string(qv::limits::kMaxSubtitleEventBytes + 1, 'b')),
+                          blockOf(2, 20, "c")})));
+    QVMediaSubtitleTrack track{};
+    ASSERT_EQ(qv_media_subtitle_track(opened->media, 0, &track), 0);
+    EXPECT_EQ(track.event_count, 2u);
+    EXPECT_EQ(track.cut_events, 1u);
+
+    // A track with more events than the limit keeps the first ones.
+    Bytes many = audio;
+    for (std::uint64_t i = 0; i < qv::limits::kMaxSubtitleEvents + 5; ++i) {
+        const auto block = blockOf(2, static_cast<std::int16_t>(i % 30000), "x");
+        many.insert(many.end(), block.begin(), block.end());
+    }
+    opened = open(file(tracks, many));
+    ASSERT_EQ(qv_media_subtitle_track(opened->media, 0, &track), 0);
+    EXPECT_EQ(track.event_count, qv::limits::kMaxSubtitleEvents);
+    EXPECT_EQ(track.cut_events, 5u);
+}
+
+// The committed seed muxed by mkvmerge (fuzz/make-seeds): an MP3 track, a SubRip and an ASS track
+// and a font attachment, as a real muxer writes them (Cues, BlockGroups with BlockDuration).
+TEST(Subtitles, MkvmergeMuxedTracks)
+{
+    const auto seed = std::filesystem::path(QV_SOURCE_DIR) / "fuzz/corpus/media/subtitles.mka";
+    std::uint32_t code = 99;
+    QVMedia* media = qv_media_open(seed.c_str(), nullptr, nullptr, &code);
+    ASSERT_NE(media, nullptr) << code;
+    ASSERT_EQ(qv_media_subtitle_tracks(media), 2u);
+    QVMediaSubtitleTrack srt{}, ass{};
+    ASSERT_EQ(qv_media_subtitle_track(media, 0, &srt), 0);
+    ASSERT_EQ(qv_media_subtitle_track(media, 1, &ass), 0);
+    EXPECT_STREQ(srt.codec_id, "S_TEXT/UTF8");
+    EXPECT_STREQ(ass.codec_id, "S_TEXT/ASS");
+    EXPECT_NE(std::string(reinterpret_cast<const char*>(ass.codec_private), ass.codec_private_size)
+                  .find("Style: Default,Seed,20"),
+              std::string::npos);
+    const std::vector<std::tuple<std::uint32_t, std::int64_t, std::int64_t, std::string>> events{
+        {0, 100'000'000, 200'000'000, "<i>one</i>"},
+        {0, 300'000'000, 150'000'000, "two"},
+        {1, 100'000'000, 300'000'000, "0,0,Default,,0,0,0,,{\\pos(5,5)}ass"},
+    };
+    std::uint64_t next[2] = {0, 0};
+    for (const auto& [track, start, duration, text] : events) {
+        QVMediaSubtitleEvent event{};
+        ASSERT_EQ(qv_media_subtitle_event(media, track, next[track]++, &event), 0);
+        // The seed's timestamp scale follows its MP3 frames, so ticks are not whole milliseconds.
+        EXPECT_NEAR(event.start, start, 50'000) << text;
+        EXPECT_NEAR(event.duration, duration, 50'000) << text;
+        EXPECT_EQ(textOf(event), text);
+    }
+    ASSERT_EQ(qv_media_attachments(media), 1u);
+    QVMediaAttachment attachment{};
+    ASSERT_EQ(qv_media_attachment(media, 0, &attachment), 0);
+    EXPECT_STREQ(attachment.name, "seed.ttf");
+    EXPECT_STREQ(attachment.mime_type, "font/ttf");
+    std::uint8_t bytes[32] = {};
+    ASSERT_EQ(qv_media_attachment_read(media, 0, 0, bytes, sizeof bytes), 17);
+    EXPECT_EQ(std::string(bytes, bytes + 17), "not really a font");
+    qv_media_close(media);
+}

@@ -1,0 +1,97 @@
+// End to end: the player opens a Matroska file with embedded SubRip and forced ASS tracks through
+// the real backend, and the overlay over it shows the right line at chosen times, then none.
+#include "Player.h"
+#include "SubtitleOverlay.h"
+
+#include <QQuickWindow>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quorvane;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// The bounding box of the pixels that are not background (black), and how many are red.
+QPair<QRect, int> inkOf(const QImage& image)
+{
+    QRect box;
+    int red = 0;
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = 0; x < image.width(); ++x) {
+            const QRgb pixel = image.pixel(x, y);
+            if (qGray(pixel) < 60 && qRed(pixel) < 120) continue;
+            box |= QRect(x, y, 1, 1);
+            if (qRed(pixel) > 180 && qGreen(pixel) < 80 && qBlue(pixel) < 80) ++red;
+        }
+    }
+    return {box, red};
+}
+
+} // namespace
+
+class SubtitlePlayerTest : public QObject {
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+
+private slots:
+    void embeddedTracksOverThePicture()
+    {
+        const QString path = u"" QV_FIXTURE_DIR "/subtitles.mkv"_s;
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        QSettings settings(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
+        Player player(&settings, {}, true);
+
+        QQuickWindow window;
+        window.setColor(Qt::black);
+        window.resize(640, 480);
+        auto* overlay = new SubtitleOverlay(window.contentItem());
+        overlay->setSize(window.size());
+        overlay->setSession(player.subtitles());
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+
+        player.open(QUrl::fromLocalFile(path));
+        QTRY_VERIFY_WITH_TIMEOUT(player.loaded(), 30000);
+        overlay->setVideoSize(player.videoSize()); // 4:3 in a 4:3 window: the whole window
+        QCOMPARE(overlay->pictureRect(), QRectF(0, 0, 640, 480));
+
+        QStringList labels;
+        QList<qint64> ids;
+        for (const MediaTrack& track : player.tracks()) {
+            if (track.type != u"subtitle") continue;
+            labels.append(track.label);
+            ids.append(track.id);
+        }
+        QCOMPARE(labels, (QStringList{u"Chinese (chi)"_s, u"Subtitles 2"_s}));
+        // The forced ASS sign is on by itself: red, at the top left.
+        QCOMPARE(player.subtitles()->activeID(), ids[1]);
+        player.toggle(); // pause
+        player.seek(1.0);
+        QTRY_VERIFY_WITH_TIMEOUT(overlay->showingText(), 10000);
+        auto [box, red] = inkOf(window.grabWindow());
+        window.grabWindow().save(u"subtitle-player-sign.png"_s);
+        QVERIFY2(QRect(0, 0, 320, 120).contains(box),
+                 qPrintable(u"%1,%2"_s.arg(box.x()).arg(box.y())));
+        QVERIFY(red > 100);
+
+        // The Chinese SubRip line at 1.75 s, at the bottom.
+        player.selectTrack(u"subtitle"_s, ids[0]);
+        player.seek(1.75);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            overlay->showingText() && inkOf(window.grabWindow()).first.top() > 380, 10000);
+        window.grabWindow().save(u"subtitle-player-chinese.png"_s);
+        player.refresh();
+        QCOMPARE(player.subtitleID(), ids[0]);
+
+        // "Disable Subtitles".
+        player.selectTrack(u"subtitle"_s, 0);
+        QTRY_VERIFY_WITH_TIMEOUT(!overlay->showingText(), 5000);
+        QVERIFY(inkOf(window.grabWindow()).first.isEmpty());
+    }
+};
+
+QTEST_MAIN(SubtitlePlayerTest)
+#include "tst_subtitleplayer.moc"

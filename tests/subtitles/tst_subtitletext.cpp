@@ -1,0 +1,259 @@
+// Subtitle files into documents, and libass drawing them, without a window.
+#include "AssRenderer.h"
+#include "SubtitleText.h"
+
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace quorvane;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QByteArray text(const SubtitleEvent& event)
+{
+    // The text is everything after the eighth comma.
+    qsizetype at = 0;
+    for (int i = 0; i < 8; ++i)
+        at = event.line.indexOf(',', at) + 1;
+    return event.line.mid(at);
+}
+
+// Rows holding drawn pixels.
+QPair<int, int> inkRows(const QImage& image)
+{
+    int top = -1, bottom = -1;
+    for (int y = 0; y < image.height(); ++y) {
+        const auto* line = reinterpret_cast<const quint32*>(image.constScanLine(y));
+        for (int x = 0; x < image.width(); ++x) {
+            if (qAlpha(line[x]) > 128) {
+                if (top < 0) top = y;
+                bottom = y;
+                break;
+            }
+        }
+    }
+    return {top, bottom};
+}
+
+const QByteArray kSubRip = "1\r\n00:00:01,000 --> 00:00:02,500\r\nHello\r\n<i>world</i>\r\n\r\n"
+                           "2\r\n00:00:03,000 --> 00:00:04,000 X1:0\r\nSecond\r\n\r\n"
+                           "3\r\n00:00:09,000 --> 00:00:05,000\r\nbackwards\r\n";
+
+const QByteArray kAss = "[Script Info]\nScriptType: v4.00+\nPlayResX: 640\nPlayResY: 360\n\n"
+                        "[V4+ Styles]\nFormat: Name, Fontname, Fontsize, PrimaryColour, Alignment\n"
+                        "Style: Red,DejaVu Sans,40,&H000000FF,7\n\n"
+                        "[Events]\n"
+                        "Format: Start, End, Layer, Style, Name, MarginL, MarginR, MarginV, "
+                        "Effect, Text\n"
+                        "Dialogue: 0:00:01.00,0:00:03.00,2,Red,,0,0,0,,{\\pos(20,20)}One, two\n"
+                        "Dialogue: 0:00:01.00,0:00:03.00\n"
+                        "Comment: 0:00:01.00,0:00:03.00,0,Red,,0,0,0,,hidden\n";
+
+} // namespace
+
+class SubtitleTextTest : public QObject {
+    Q_OBJECT
+
+private slots:
+    void cueTimes_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<qint64>("milliseconds"); // -1: refused
+        QTest::newRow("srt") << u"00:01:02,345"_s << 62'345LL;
+        QTest::newRow("vtt without hours") << u"01:02.5"_s << 62'500LL;
+        QTest::newRow("ass centiseconds") << u"1:00:00.00"_s << 3'600'000LL;
+        QTest::newRow("no fraction") << u"00:00:07"_s << 7'000LL;
+        QTest::newRow("minutes out of range") << u"00:61:00,000"_s << -1LL;
+        QTest::newRow("words") << u"soon"_s << -1LL;
+    }
+    void cueTimes()
+    {
+        QFETCH(QString, text);
+        QFETCH(qint64, milliseconds);
+        QCOMPARE(subtitles::parseCueTime(text).value_or(-1), milliseconds);
+    }
+
+    void markup_data()
+    {
+        QTest::addColumn<QString>("input");
+        QTest::addColumn<QString>("ass");
+        QTest::newRow("italic") << u"<i>a</i>"_s << u"{\\i1}a{\\i0}"_s;
+        QTest::newRow("bold, upper case") << u"<B>a</B>"_s << u"{\\b1}a{\\b0}"_s;
+        QTest::newRow("underline") << u"<u>a</u>"_s << u"{\\u1}a{\\u0}"_s;
+        QTest::newRow("hex colour")
+            << u"<font color=\"#FF8000\">a</font>"_s << u"{\\c&H0080FF&}a{\\c}"_s;
+        QTest::newRow("named colour") << u"<font color=red>a</font>"_s << u"{\\c&H0000FF&}a{\\c}"_s;
+        QTest::newRow("bad colour") << u"<font color=\"nope\">a</font>"_s << u"a{\\c}"_s;
+        QTest::newRow("line break") << u"a\nb"_s << u"a\\Nb"_s;
+        QTest::newRow("webvtt voice and class") << u"<v Bob><c.x>a</c></v>"_s << u"a"_s;
+        QTest::newRow("entities") << u"&lt;&amp;&gt;&bogus;"_s << u"<&>&bogus;"_s;
+        QTest::newRow("lone bracket") << u"1 < 2 <i>x"_s << u"1 < 2 {\\i1}x"_s;
+        QTest::newRow("unclosed tag") << u"a <i"_s << u"a <i"_s;
+        QTest::newRow("ass override kept") << u"{\\an8}top"_s << u"{\\an8}top"_s;
+    }
+    void markup()
+    {
+        QFETCH(QString, input);
+        QFETCH(QString, ass);
+        QCOMPARE(subtitles::markupToAss(input), ass);
+    }
+
+    void subRip()
+    {
+        const SubtitleParse parse = subtitles::parseFile(kSubRip, u"SRT"_s);
+        QVERIFY(parse.ok());
+        const auto& events = parse.document.events;
+        QCOMPARE(events.size(), 2);
+        QCOMPARE(events[0].start, 1000);
+        QCOMPARE(events[0].duration, 1500);
+        QCOMPARE(events[0].line, "0,0,Default,,0,0,0,,Hello\\N{\\i1}world{\\i0}");
+        QCOMPARE(events[1].start, 3000);
+        QCOMPARE(text(events[1]), "Second");
+        QCOMPARE(parse.notes, QStringList{u"skipped-cues:1"_s});
+    }
+
+    void webVtt()
+    {
+        const QByteArray vtt = "WEBVTT - title\n\nNOTE 00:00:01.000 --> 00:00:02.000 is a note\n\n"
+                               "cue-1\n00:01.000 --> 00:02.000 align:start\n<v Bob>Hi</v>\n";
+        const SubtitleParse parse = subtitles::parseFile(vtt, u"vtt"_s);
+        QVERIFY(parse.ok());
+        QCOMPARE(parse.document.events.size(), 1);
+        QCOMPARE(text(parse.document.events[0]), "Hi");
+        QVERIFY(!subtitles::parseFile("00:01.000 --> 00:02.000\nx\n", u"vtt"_s).ok());
+    }
+
+    void ass()
+    {
+        const SubtitleParse parse = subtitles::parseFile(kAss, u"ass"_s);
+        QVERIFY(parse.ok());
+        QCOMPARE(parse.document.events.size(), 1);
+        // Reordered to the one layout, the text's comma kept.
+        QCOMPARE(parse.document.events[0].line, "0,2,Red,,0,0,0,,{\\pos(20,20)}One, two");
+        QCOMPARE(parse.document.events[0].duration, 2000);
+        QVERIFY(parse.document.header.contains("Style: Red,DejaVu Sans"));
+        QVERIFY(parse.document.header.endsWith("Format: Layer, Start, End, Style, Name, MarginL, "
+                                               "MarginR, MarginV, Effect, Text\n"));
+        QCOMPARE(parse.notes, QStringList{u"skipped-events:1"_s});
+
+        QVERIFY(!subtitles::parseFile("[Events]\nDialogue: x\n", u"ass"_s).ok());
+        const QByteArray ssa = "[Script Info]\nScriptType: v4.00\n[Events]\nFormat: Marked, Start, "
+                               "End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n"
+                               "Dialogue: Marked=0,0:00:00.50,0:00:01.00,Default,,0,0,0,,old\n";
+        QCOMPARE(subtitles::parseFile(ssa, u"ssa"_s).document.events.value(0).line,
+                 "0,0,Default,,0,0,0,,old");
+    }
+
+    void encodings_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QString>("decoded"); // empty: refused
+        QTest::newRow("utf-8") << "caf\xC3\xA9"_ba << u"café"_s;
+        QTest::newRow("utf-8 bom") << "\xEF\xBB\xBF\xE4\xBD\xA0"_ba << u"你"_s;
+        QTest::newRow("utf-16le bom") << QByteArray("\xFF\xFE\x60\x4F\x7D\x59", 6) << u"你好"_s;
+        QTest::newRow("utf-16be bom") << QByteArray("\xFE\xFF\x4F\x60", 4) << u"你"_s;
+        QTest::newRow("gb18030") << "\xC4\xE3\xBA\xC3\xA3\xAC\xCA\xC0\xBD\xE7"_ba
+                                 << u"你好，世界"_s;
+        QTest::newRow("windows-1252")
+            << "caf\xE9 cr\xE8me \x93ok\x94"_ba << u"café crème \u201Cok\u201D"_s;
+        QTest::newRow("binary") << QByteArray(64, '\0') + QByteArray(64, '\x01') << QString();
+    }
+    void encodings()
+    {
+        QFETCH(QByteArray, bytes);
+        QFETCH(QString, decoded);
+        QCOMPARE(subtitles::decodeText(bytes).value_or(QString()), decoded);
+    }
+
+    void limits()
+    {
+        // Too many cues: the track is cut at the limit.
+        QByteArray many;
+        for (qsizetype i = 0; i < kMaxSubtitleEvents + 3; ++i)
+            many += "00:00:00,000 --> 00:00:01,000\nx\n\n";
+        const SubtitleParse cut = subtitles::parseFile(many, u"srt"_s);
+        QVERIFY(cut.ok());
+        QCOMPARE(cut.document.events.size(), kMaxSubtitleEvents);
+        QCOMPARE(cut.notes, QStringList{u"skipped-cues:3"_s});
+
+        // One absurdly long cue is dropped, the others stay.
+        const QByteArray longCue = "00:00:00,000 --> 00:00:01,000\n" +
+                                   QByteArray(kMaxSubtitleEventBytes + 1, 'a') +
+                                   "\n\n00:00:02,000 --> 00:00:03,000\nshort\n";
+        QCOMPARE(subtitles::parseFile(longCue, u"srt"_s).document.events.size(), 1);
+
+        // A file above the byte limit is not read at all.
+        QTemporaryDir dir;
+        QFile huge(dir.filePath(u"huge.srt"_s));
+        QVERIFY(huge.open(QIODevice::WriteOnly) && huge.resize(kMaxSubtitleFileBytes + 1));
+        huge.close();
+        QVERIFY(!subtitles::readFile(huge.fileName()).ok());
+    }
+
+    // Every part of a subtitle file, damaged at random: parsing and libass never crash.
+    void mutations()
+    {
+        AssRenderer renderer;
+        QRandomGenerator random(13);
+        const QList<QPair<QByteArray, QString>> seeds{{kSubRip, u"srt"_s}, {kAss, u"ass"_s}};
+        for (int round = 0; round < 400; ++round) {
+            const auto& [seed, suffix] = seeds[round % seeds.size()];
+            QByteArray bytes = seed;
+            const int edits = 1 + random.bounded(8);
+            for (int e = 0; e < edits; ++e) {
+                const int at = random.bounded(int(bytes.size()));
+                switch (random.bounded(3)) {
+                case 0:
+                    bytes[at] = char(random.bounded(256));
+                    break;
+                case 1:
+                    bytes.remove(at, random.bounded(16));
+                    break;
+                default:
+                    bytes.insert(at, bytes.mid(random.bounded(int(bytes.size())), 12));
+                }
+                if (bytes.isEmpty()) bytes = "x";
+            }
+            const SubtitleParse parse = subtitles::parseFile(bytes, suffix);
+            if (parse.ok() && renderer.load(parse.document)) renderer.render(1500, {320, 180});
+        }
+    }
+
+    void rendering()
+    {
+        AssRenderer renderer;
+        QVERIFY(!renderer.render(1500, {640, 360})); // no track: nothing, unchanged
+        const SubtitleParse parse = subtitles::parseFile(kSubRip, u"srt"_s);
+        QVERIFY(renderer.load(parse.document));
+
+        QVERIFY(renderer.render(1500, {640, 360}));
+        const QImage first = renderer.image();
+        // Only the text's strip, in the lower part of the picture: two lines.
+        QVERIFY(first.width() < 640 && first.height() < 120);
+        auto [top, bottom] = inkRows(first);
+        top += renderer.origin().y();
+        bottom += renderer.origin().y();
+        QVERIFY2(top > 200 && bottom < 360, qPrintable(u"%1..%2"_s.arg(top).arg(bottom)));
+        // Two lines of text.
+        QVERIFY2(bottom - top > 30, qPrintable(u"%1..%2"_s.arg(top).arg(bottom)));
+
+        // The same frame is not drawn again; a new line and the gap after it are.
+        QVERIFY(!renderer.render(1600, {640, 360}));
+        QVERIFY(renderer.render(3500, {640, 360}));
+        QVERIFY(renderer.render(2700, {640, 360}));
+        QVERIFY(renderer.image().isNull());
+        QVERIFY(!renderer.render(2800, {640, 360}));
+        // A new size redraws.
+        QVERIFY(renderer.render(3500, {320, 180}));
+        QVERIFY(QRect(QPoint(0, 0), QSize(320, 180))
+                    .contains(QRect(renderer.origin(), renderer.image().size())));
+
+        QVERIFY(!renderer.load(SubtitleDocument{"garbage", {}, {}}));
+    }
+};
+
+QTEST_MAIN(SubtitleTextTest)
+#include "tst_subtitletext.moc"
