@@ -1,8 +1,8 @@
 #include "NativePlayback.h"
 
-#include "AppSourceGuard.h"
 #include "AudioValidation.h"
 #include "DiagnosticLog.h"
+#include "MediaSourceElement.h"
 #include "NativeContainerSource.h"
 #include "NativeMediaInfo.h"
 
@@ -39,12 +39,14 @@ VideoOutput { fillMode: VideoOutput.PreserveAspectFit }
 )";
 } // namespace
 
-NativePlayback::NativePlayback(QObject* parent)
-    : PlaybackBackend(parent), m_player(new QMediaPlayer(this)), m_audio(new QAudioOutput(this)),
-      m_detachedSink(new QVideoSink(this))
+NativePlayback::NativePlayback(QObject* parent) : NativePlayback(Route::Engine, parent) {}
+
+NativePlayback::NativePlayback(Route route, QObject* parent)
+    : PlaybackBackend(parent), m_route(route), m_player(new QMediaPlayer(this)),
+      m_audio(new QAudioOutput(this)), m_detachedSink(new QVideoSink(this))
 {
-    // Before any file: container files reach GStreamer through an appsrc.
-    appsource::installGuard();
+    // Before any file: remuxed files reach GStreamer through our own source element.
+    if (m_route == Route::Engine) m_sourceElement = mediasource::registerElement();
     m_player->setAudioOutput(m_audio);
     m_player->setVideoSink(m_detachedSink);
     attachSink(m_detachedSink);
@@ -147,7 +149,7 @@ void NativePlayback::open(const QUrl& url)
             });
     }
 
-    if (nativemedia::usesContainerPath(url)) {
+    if (m_route == Route::Engine && nativemedia::usesContainerPath(url)) {
         m_container = std::make_unique<NativeContainerSource>(url);
         m_container->open(this, [this, generation] {
             if (generation == m_generation) containerOpened();
@@ -169,11 +171,17 @@ void NativePlayback::containerOpened()
         {{QStringLiteral("format"), m_container->format()},
          {QStringLiteral("samples"), QString::number(m_container->sampleCount())}});
     m_phase = Phase::Loading;
-    startPlayer(m_container->deviceUrl(), m_container->device());
+    startPlayer(m_container->assetUrl(), m_sourceElement ? nullptr : m_container->device());
 }
 
 void NativePlayback::startPlayer(const QUrl& source, QIODevice* device)
 {
+    const quint64 generation = m_generation;
+    QTimer::singleShot(kPlayerOpenTimeoutMs, this, [this, generation] {
+        if (generation != m_generation || m_phase != Phase::Loading) return;
+        qCInfo(lcNative) << "the player did not finish opening in time";
+        fail(kFileFormatNotRecognized);
+    });
     if (device)
         m_player->setSourceDevice(device, source);
     else
