@@ -2,6 +2,7 @@
 // picture reports, how tracks are numbered and labelled, and which seek gets to complete.
 #include "NativeMediaInfo.h"
 #include "SeekTracker.h"
+#include "StandardSlots.h"
 
 #include <QLocale>
 
@@ -98,4 +99,21 @@ TEST(SeekTracker, FallbackCompletesTheSeekItWasArmedFor)
     const quint64 serial = seeks.serial();
     seeks.clear();
     EXPECT_EQ(seeks.expire(serial), std::nullopt);
+}
+
+TEST(StandardSlots, PlatformComesLastAndTakesOnlyContainers)
+{
+    QStringList ids;
+    const auto list = standardSlots();
+    for (const auto& slot : list)
+        ids.append(slot.id);
+    ASSERT_FALSE(ids.isEmpty());
+    EXPECT_EQ(ids.first(), QStringLiteral("native"));
+    EXPECT_EQ(ids.last(), QStringLiteral("platform"));
+    const auto& platform = list.back();
+    for (const char* name : {"/m/a.mkv", "/m/a.MKA", "/m/a.WebM", "/m/a.Flv"})
+        EXPECT_TRUE(platform.accepts(QUrl::fromLocalFile(name))) << name;
+    for (const char* name : {"/m/a.mp4", "/m/a.ogg", "/m/a.ts"})
+        EXPECT_FALSE(platform.accepts(QUrl::fromLocalFile(name))) << name;
+    EXPECT_FALSE(platform.accepts(QUrl("https://example.invalid/a.mkv")));
 }
