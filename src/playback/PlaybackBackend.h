@@ -36,8 +36,8 @@ struct PlaybackTrack {
 };
 
 struct PlaybackMediaInfo {
-    double duration = 0; // seconds
-    double width = 0;    // display size in pixels, 0 for audio only
+    double duration = 0;  // seconds
+    double width = 0;     // display size in pixels, 0 for audio only
     double height = 0;
     double frameRate = 0; // 0 where unknown
     bool hdr = false;
