@@ -79,11 +79,16 @@ TEST(SeekTracker, OnlyTheLatestSeekCompletesAndOnlyOnce)
     // A picture at the first target no longer completes anything; nor does its fallback.
     EXPECT_EQ(seeks.arrived(1000), std::nullopt);
     EXPECT_EQ(seeks.expire(firstSerial), std::nullopt);
-    // Within one frame of the target completes, once.
+    // Within one frame before the target completes, once.
     EXPECT_EQ(seeks.arrived(2000 - 80), std::nullopt);
     EXPECT_EQ(seeks.arrived(2000 - 40), second);
     EXPECT_EQ(seeks.arrived(2000), std::nullopt);
     EXPECT_FALSE(seeks.pending());
+
+    // After it, up to two frames (pictures stamped before an MP4's edit list), not three.
+    seeks.begin(first, 2000, 40);
+    EXPECT_EQ(seeks.arrived(2000 + 121), std::nullopt);
+    EXPECT_EQ(seeks.arrived(2000 + 80), first);
 }
 
 TEST(SeekTracker, FallbackCompletesTheSeekItWasArmedFor)
