@@ -69,16 +69,18 @@ std::shared_ptr<AssetReader> readerOf(gpointer element)
 gboolean start(GstBaseSrc* base)
 {
     SourceState& state = stateOf(base);
-    std::lock_guard guard(state.lock);
-    // Only a look-up: GStreamer starts and stops a source three times while a file opens.
-    state.reader = ContainerAsset::find(QUrl(QString::fromStdString(state.uri)));
-    if (!state.reader) {
-        GST_ELEMENT_ERROR(base, RESOURCE, NOT_FOUND,
-                          ("No media is served under %s.", state.uri.c_str()),
-                          ("unknown or invalidated asset"));
-        return FALSE;
+    std::string uri;
+    {
+        std::lock_guard guard(state.lock);
+        // Only a look-up: GStreamer starts and stops a source three times while a file opens.
+        state.reader = ContainerAsset::find(QUrl(QString::fromStdString(state.uri)));
+        if (state.reader) return TRUE;
+        uri = state.uri;
     }
-    return TRUE;
+    // Posted outside the lock: the bus's synchronous handlers run on this thread.
+    GST_ELEMENT_ERROR(base, RESOURCE, NOT_FOUND, ("No media is served under %s.", uri.c_str()),
+                      ("unknown or invalidated asset"));
+    return FALSE;
 }
 
 gboolean stop(GstBaseSrc* base)
