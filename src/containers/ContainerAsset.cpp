@@ -72,7 +72,8 @@ ContainerAsset::ContainerAsset(std::shared_ptr<ContainerMedia> source, QObject* 
     }
     m_thread.setObjectName(QStringLiteral("quorvane.container.ranges"));
     m_worker->moveToThread(&m_thread);
-    m_thread.start();
+    // The thread starts with the first read through the device: readers through find() never
+    // need it, and an open should not pay for it.
     // Unbuffered: the read-ahead window already keeps the next piece in memory.
     QIODevice::open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
@@ -201,6 +202,7 @@ void ContainerAsset::scheduleReadAhead(qint64 position)
         m_pendingStart = position;
         generation = m_generation;
     }
+    std::call_once(m_threadStarted, [this] { m_thread.start(); });
     QMetaObject::invokeMethod(
         m_worker, [this, position, generation] { readAhead(position, generation); },
         Qt::QueuedConnection);

@@ -30,6 +30,7 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 namespace quorvane {
 
@@ -107,6 +108,7 @@ private:
     const std::shared_ptr<AssetReader> m_reader;
 
     QThread m_thread;
+    std::once_flag m_threadStarted;
     QObject* m_worker;
 
     // The read-ahead window and the generation that owns it; invalidate() bumps the generation.

@@ -166,12 +166,13 @@ void NativePlayback::containerOpened()
         fail(*code);
         return;
     }
+    m_phase = Phase::Loading;
+    startPlayer(m_container->assetUrl(), m_sourceElement ? nullptr : m_container->device());
+    // Recorded once GStreamer is at work: the log writes its file on this thread.
     SupportDiagnostics::log().record(
         QStringLiteral("media.container.ready"),
         {{QStringLiteral("format"), m_container->format()},
          {QStringLiteral("samples"), QString::number(m_container->sampleCount())}});
-    m_phase = Phase::Loading;
-    startPlayer(m_container->assetUrl(), m_sourceElement ? nullptr : m_container->device());
 }
 
 void NativePlayback::startPlayer(const QUrl& source, QIODevice* device)
