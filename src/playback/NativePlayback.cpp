@@ -367,8 +367,10 @@ void NativePlayback::handleStatus(QMediaPlayer::MediaStatus status)
 void NativePlayback::handleError(QMediaPlayer::Error error)
 {
     if (error == QMediaPlayer::NoError) return;
-    // Before Ready the file cannot be played here; afterwards playback broke off on the way.
-    if (m_phase == Phase::Opening || m_phase == Phase::Loading)
+    // Before Ready the file cannot be played here; afterwards playback broke off on the way. While
+    // the engine still opens a file the player holds none: an error then is the previous file's,
+    // delivered late.
+    if (m_phase == Phase::Loading)
         fail(kFileFormatNotRecognized);
     else if (m_phase == Phase::Ready)
         fail(kUnknownMediaError);
