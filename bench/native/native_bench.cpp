@@ -1,6 +1,7 @@
-// Opening time of the native backend: from open() to the first picture and to Ready, for each
-// file given, alternating between them so that both see the same machine state. Prints the
-// median and the spread of every measure and the ratio of each file's medians to the last file's.
+// Opening and seeking time of the native backend: from open() to the first picture and to Ready,
+// and from a seek of the opened file to the picture at its target, for each file given,
+// alternating between them so that both see the same machine state. Prints the median and the
+// spread of every measure and the ratio of each file's medians to the last file's.
 #include "ContainerMedia.h"
 #include "NativeMediaInfo.h"
 #include "NativePlayback.h"
@@ -23,7 +24,16 @@ struct Times {
     QList<double> engine; // the container engine's open alone, for remuxed files
     QList<double> frame;
     QList<double> ready;
+    QList<double> seek; // seek to the picture at the target, paused
+    int seeksWithoutPicture = 0;
 };
+
+// The native backend completes a seek without a picture after this long.
+constexpr double kFallbackMs = 1450;
+
+// Where each open seeks to, as fractions of the file's duration: forwards and backwards, near and
+// far, so that the demuxer both jumps and reads on.
+constexpr double kSeekTargets[] = {0.5, 0.2, 0.8, 0.35, 0.05};
 
 double median(QList<double> values)
 {
@@ -33,6 +43,7 @@ double median(QList<double> values)
 
 QString describe(const QList<double>& values)
 {
+    if (values.isEmpty()) return QStringLiteral("none");
     const auto [low, high] = std::minmax_element(values.begin(), values.end());
     return QStringLiteral("%1 ms (%2 to %3)")
         .arg(median(values), 0, 'f', 1)
@@ -40,19 +51,51 @@ QString describe(const QList<double>& values)
         .arg(*high, 0, 'f', 1);
 }
 
-// One open; false when the file failed or timed out.
+// Seeks of the opened file, each timed to its completion (a picture near the target). A seek that
+// only completed through the backend's fallback timer (no picture near the target within 1.5 s)
+// is counted apart, not timed.
+void measureSeeks(NativePlayback& backend, double duration, Times& times)
+{
+    for (const double fraction : kSeekTargets) {
+        const QUuid id = QUuid::createUuid();
+        bool completed = false;
+        QEventLoop loop;
+        backend.setOnEvent([&](const PlaybackEvent& event) {
+            if (const auto* done = std::get_if<PlaybackEvents::SeekCompleted>(&event))
+                completed = done->id == id;
+            if (completed) loop.quit();
+        });
+        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+        QElapsedTimer clock;
+        clock.start();
+        backend.seek(duration * fraction, id);
+        if (!completed) loop.exec();
+        const double ms = double(clock.nsecsElapsed()) / 1e6;
+        if (qEnvironmentVariableIsSet("QV_BENCH_VERBOSE"))
+            std::fprintf(stderr, "seek to %.2f: %.1f ms%s\n", duration * fraction, ms,
+                         completed ? "" : " (not completed)");
+        if (completed && ms < kFallbackMs)
+            times.seek.append(ms);
+        else
+            ++times.seeksWithoutPicture;
+    }
+}
+
+// One open and its seeks; false when the file failed or timed out.
 bool measure(NativePlayback& backend, const QString& path, Times& times)
 {
     bool ready = false;
     bool failed = false;
+    double duration = 0;
     double frameMs = -1;
     QElapsedTimer clock;
     // A real event loop, not a polling wait: the player's device reads are served from it.
     QEventLoop loop;
     backend.setOnEvent([&](const PlaybackEvent& event) {
-        if (std::holds_alternative<PlaybackEvents::Ready>(event))
+        if (const auto* opened = std::get_if<PlaybackEvents::Ready>(&event)) {
             ready = true;
-        else if (std::holds_alternative<PlaybackEvents::Failed>(event))
+            duration = opened->info.duration;
+        } else if (std::holds_alternative<PlaybackEvents::Failed>(event))
             failed = true;
         loop.quit();
     });
@@ -65,6 +108,7 @@ bool measure(NativePlayback& backend, const QString& path, Times& times)
     if (!ready && !failed) loop.exec();
     const double readyMs = double(clock.nsecsElapsed()) / 1e6;
     QObject::disconnect(connection);
+    if (ready) measureSeeks(backend, duration, times);
     backend.stop();
     if (!ready) return false;
     times.frame.append(frameMs);
@@ -113,7 +157,12 @@ int main(int argc, char** argv)
     for (qsizetype i = 0; i < files.size(); ++i) {
         out << QFileInfo(files[i]).fileName() << " (" << rounds << " opens)\n"
             << "  open to first picture: " << describe(times[i].frame) << "\n"
-            << "  open to ready:         " << describe(times[i].ready) << "\n";
+            << "  open to ready:         " << describe(times[i].ready) << "\n"
+            << "  seek to picture:       " << describe(times[i].seek) << " over "
+            << times[i].seek.size() << " seeks";
+        if (times[i].seeksWithoutPicture > 0)
+            out << ", " << times[i].seeksWithoutPicture << " more without a picture in time";
+        out << "\n";
         if (!times[i].engine.isEmpty())
             out << "  of which engine open:  " << describe(times[i].engine) << "\n";
     }
@@ -124,7 +173,9 @@ int main(int argc, char** argv)
                 << ": first picture "
                 << QString::number(median(times[i].frame) / median(base.frame), 'f', 2)
                 << "x, ready "
-                << QString::number(median(times[i].ready) / median(base.ready), 'f', 2) << "x\n";
+                << QString::number(median(times[i].ready) / median(base.ready), 'f', 2)
+                << "x, seek to picture "
+                << QString::number(median(times[i].seek) / median(base.seek), 'f', 2) << "x\n";
     }
     return 0;
 }

@@ -1,7 +1,10 @@
 #include "ContainerAsset.h"
 
+#include <QHash>
 #include <QLoggingCategory>
 #include <QUuid>
+
+#include <algorithm>
 
 Q_LOGGING_CATEGORY(lcContainers, "quorvane.containers")
 
@@ -12,19 +15,65 @@ namespace {
 QUrl freshAssetUrl()
 {
     return QUrl(QStringLiteral("quorvane-media://") +
-                QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper() +
-                QStringLiteral("/movie.mp4"));
+                QUuid::createUuid().toString(QUuid::WithoutBraces) + QStringLiteral("/movie.mp4"));
+}
+
+// The live assets by host, for readers that only know the URL.
+struct Registry {
+    QMutex lock;
+    QHash<QString, std::weak_ptr<AssetReader>> readers;
+};
+
+Registry& registry()
+{
+    static Registry instance;
+    return instance;
+}
+
+bool isAssetUrl(const QUrl& url)
+{
+    return url.scheme() == QLatin1String("quorvane-media") && !url.host().isEmpty();
 }
 
 } // namespace
 
+QByteArray AssetReader::readPiece(quint64 offset, quint64 count) const
+{
+    if (m_closed.load()) throw ContainerCancelled();
+    const quint64 length = m_source->length();
+    if (offset > length) throw ContainerError(ContainerError::Malformed);
+    const quint64 wanted = std::min({count, quint64(ContainerAsset::kPieceSize), length - offset});
+    if (wanted == 0) return {};
+    QByteArray bytes = m_source->read(offset, wanted);
+    // Invalidated while the engine read: the bytes may belong to a file being torn down.
+    if (m_closed.load()) throw ContainerCancelled();
+    if (bytes.isEmpty()) throw ContainerError(ContainerError::InputOutput);
+    return bytes;
+}
+
+std::shared_ptr<AssetReader> ContainerAsset::find(const QUrl& url)
+{
+    if (!isAssetUrl(url)) return nullptr;
+    Registry& assets = registry();
+    QMutexLocker locker(&assets.lock);
+    std::shared_ptr<AssetReader> reader = assets.readers.value(url.host().toLower()).lock();
+    return reader && !reader->isInvalidated() ? reader : nullptr;
+}
+
 ContainerAsset::ContainerAsset(std::shared_ptr<ContainerMedia> source, QObject* parent)
-    : QIODevice(parent), m_source(std::move(source)), m_url(freshAssetUrl()), m_worker(new QObject)
+    : QIODevice(parent), m_source(std::move(source)), m_url(freshAssetUrl()),
+      m_reader(std::make_shared<AssetReader>(m_source)), m_worker(new QObject)
 {
     Q_ASSERT(m_source);
+    {
+        Registry& assets = registry();
+        QMutexLocker locker(&assets.lock);
+        assets.readers.insert(m_url.host(), m_reader);
+    }
     m_thread.setObjectName(QStringLiteral("quorvane.container.ranges"));
     m_worker->moveToThread(&m_thread);
-    m_thread.start();
+    // The thread starts with the first read through the device: readers through find() never
+    // need it, and an open should not pay for it.
     // Unbuffered: the read-ahead window already keeps the next piece in memory.
     QIODevice::open(QIODevice::ReadOnly | QIODevice::Unbuffered);
 }
@@ -40,6 +89,12 @@ ContainerAsset::~ContainerAsset()
 void ContainerAsset::invalidate()
 {
     if (m_closed.exchange(true)) return;
+    m_reader->m_closed.store(true);
+    {
+        Registry& assets = registry();
+        QMutexLocker locker(&assets.lock);
+        assets.readers.remove(m_url.host());
+    }
     QMutexLocker locker(&m_windowLock);
     ++m_generation;
     m_window.clear();
@@ -150,6 +205,7 @@ void ContainerAsset::scheduleReadAhead(qint64 position)
         m_pendingStart = position;
         generation = m_generation;
     }
+    std::call_once(m_threadStarted, [this] { m_thread.start(); });
     QMetaObject::invokeMethod(
         m_worker, [this, position, generation] { readAhead(position, generation); },
         Qt::QueuedConnection);

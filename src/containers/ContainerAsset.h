@@ -1,6 +1,12 @@
 #pragma once
-// The virtual MP4 file of a ContainerMedia as a random-access QIODevice, for
-// QMediaPlayer::setSourceDevice(asset, asset->url()).
+// The virtual MP4 file of a ContainerMedia, served under a URL of its own,
+// "quorvane-media://<uuid>/movie.mp4", in two ways:
+//
+// - To readers on any thread (GStreamer's streaming threads, through our source element): find()
+//   looks the URL up and hands out an AssetReader that reads the engine directly, in pieces of at
+//   most kPieceSize bytes, on the caller's thread.
+// - As a random-access QIODevice, for QMediaPlayer::setSourceDevice(asset, asset->url()) where no
+//   source element exists. That path is described below.
 //
 // Qt Multimedia's GStreamer backend (Qt 6.4) reads and seeks the device on the thread the player
 // lives on, normally the GUI thread, in pieces as large as the demuxer asks for. A short read
@@ -10,9 +16,10 @@
 // "quorvane.container.ranges"; sequential playback is then served from memory, and only a jump
 // to a new position reads the source on the caller's thread.
 //
-// invalidate() stops the device for good: a read in progress fails at its next piece, every
-// later read fails (-1), the read-ahead stops, and atEnd() turns true so that a player still
-// attached ends its stream instead of reading.
+// invalidate() stops both for good: a read in progress fails at its next piece, every later read
+// fails (-1 on the device, ContainerCancelled through a reader), the read-ahead stops, atEnd()
+// turns true so that a player still attached ends its stream instead of reading, and find() no
+// longer knows the URL.
 #include "ContainerMedia.h"
 
 #include <QByteArray>
@@ -23,8 +30,29 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 
 namespace quorvane {
+
+// What a reader on another thread holds of an asset. Keeps the media alive even past the asset's
+// destruction, but fails every read once the asset is invalidated or gone.
+class AssetReader {
+public:
+    explicit AssetReader(std::shared_ptr<ContainerMedia> source) : m_source(std::move(source)) {}
+
+    quint64 length() const { return m_source->length(); }
+    // The bytes at [offset, offset + min(count, kPieceSize)), fewer at the end of the file and
+    // none exactly at the end. ContainerCancelled once the asset was invalidated; ContainerError 1
+    // for an offset past the end; ContainerError 5 when the engine fails or returns nothing
+    // before the end. Any thread; the engine serialises concurrent reads.
+    QByteArray readPiece(quint64 offset, quint64 count) const;
+    bool isInvalidated() const { return m_closed.load(); }
+
+private:
+    friend class ContainerAsset;
+    const std::shared_ptr<ContainerMedia> m_source;
+    std::atomic_bool m_closed{false};
+};
 
 class ContainerAsset : public QIODevice {
     Q_OBJECT
@@ -32,12 +60,16 @@ class ContainerAsset : public QIODevice {
 public:
     static constexpr qint64 kPieceSize = 262'144;
 
+    // The reader of the live asset served under `url` (the host is compared in lower case), or
+    // null when there is none or it has been invalidated. Any thread.
+    static std::shared_ptr<AssetReader> find(const QUrl& url);
+
     // Opens the device read-only over `source`, under a URL of its own.
     explicit ContainerAsset(std::shared_ptr<ContainerMedia> source, QObject* parent = nullptr);
     ~ContainerAsset() override;
 
-    // "quorvane-media://<UUID>/movie.mp4", fresh for every device. The UUID is written in upper
-    // case, but QUrl keeps host names in lower case, so url().host() reads lower case.
+    // "quorvane-media://<uuid>/movie.mp4", fresh for every asset. The UUID is lower case, as QUrl
+    // (and so Qt Multimedia) spells a host whatever case it was written in.
     QUrl url() const { return m_url; }
     const std::shared_ptr<ContainerMedia>& source() const { return m_source; }
 
@@ -73,8 +105,10 @@ private:
     const std::shared_ptr<ContainerMedia> m_source;
     const QUrl m_url;
     std::atomic_bool m_closed{false};
+    const std::shared_ptr<AssetReader> m_reader;
 
     QThread m_thread;
+    std::once_flag m_threadStarted;
     QObject* m_worker;
 
     // The read-ahead window and the generation that owns it; invalidate() bumps the generation.

@@ -64,7 +64,7 @@ QIODevice* NativeContainerSource::device() const
     return m_state->asset.get();
 }
 
-QUrl NativeContainerSource::deviceUrl() const
+QUrl NativeContainerSource::assetUrl() const
 {
     return m_state->asset ? m_state->asset->url() : QUrl();
 }

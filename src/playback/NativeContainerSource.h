@@ -1,8 +1,10 @@
 #pragma once
 // The container engine as the native backend sees it: opens a Matroska, WebM or FLV file off the
-// GUI thread (cancellable), then serves the virtual MP4 through a random-access device for
-// QMediaPlayer::setSourceDevice. Also runs the transport-stream probe. Everything here is dropped
-// by destroying the object: a running open is cancelled and the device stops answering reads.
+// GUI thread (cancellable), then serves the virtual MP4 as a ContainerAsset: under its own URL to
+// our GStreamer source element (QMediaPlayer::setSource(assetUrl())), or as a random-access device
+// for QMediaPlayer::setSourceDevice where that element is missing. Also runs the transport-stream
+// probe. Everything here is dropped by destroying the object: a running open is cancelled and the
+// asset stops answering reads.
 #include "ContainerMedia.h"
 
 #include <QList>
@@ -35,7 +37,8 @@ public:
 
     std::optional<qint64> errorCode() const { return m_error; }
     QIODevice* device() const;
-    QUrl deviceUrl() const;
+    // "quorvane-media://<uuid>/movie.mp4", empty until the file is open.
+    QUrl assetUrl() const;
     QString format() const;
     quint64 sampleCount() const;
     // The file's text subtitle tracks and fonts; null for none.

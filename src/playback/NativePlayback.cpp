@@ -1,9 +1,9 @@
 #include "NativePlayback.h"
 
-#include "AppSourceGuard.h"
 #include "AudioValidation.h"
 #include "ContainerTrackLabels.h"
 #include "DiagnosticLog.h"
+#include "MediaSourceElement.h"
 #include "NativeContainerSource.h"
 #include "NativeMediaInfo.h"
 
@@ -32,12 +32,14 @@ constexpr qint64 kDefaultFrameMs = 40;
 
 } // namespace
 
-NativePlayback::NativePlayback(QObject* parent)
-    : PlaybackBackend(parent), m_player(new QMediaPlayer(this)), m_audio(new QAudioOutput(this)),
-      m_detachedSink(new QVideoSink(this))
+NativePlayback::NativePlayback(QObject* parent) : NativePlayback(Route::Engine, parent) {}
+
+NativePlayback::NativePlayback(Route route, QObject* parent)
+    : PlaybackBackend(parent), m_route(route), m_player(new QMediaPlayer(this)),
+      m_audio(new QAudioOutput(this)), m_detachedSink(new QVideoSink(this))
 {
-    // Before any file: container files reach GStreamer through an appsrc.
-    appsource::installGuard();
+    // Before any file: remuxed files reach GStreamer through our own source element.
+    if (m_route == Route::Engine) m_sourceElement = mediasource::registerElement();
     m_player->setAudioOutput(m_audio);
     m_player->setVideoSink(m_detachedSink);
     attachSink(m_detachedSink);
@@ -139,7 +141,7 @@ void NativePlayback::open(const QUrl& url)
             });
     }
 
-    if (nativemedia::usesContainerPath(url)) {
+    if (m_route == Route::Engine && nativemedia::usesContainerPath(url)) {
         m_container = std::make_unique<NativeContainerSource>(url);
         m_container->open(this, [this, generation] {
             if (generation == m_generation) containerOpened();
@@ -156,16 +158,23 @@ void NativePlayback::containerOpened()
         fail(*code);
         return;
     }
+    m_phase = Phase::Loading;
+    startPlayer(m_container->assetUrl(), m_sourceElement ? nullptr : m_container->device());
+    // Recorded once GStreamer is at work: the log writes its file on this thread.
     SupportDiagnostics::log().record(
         QStringLiteral("media.container.ready"),
         {{QStringLiteral("format"), m_container->format()},
          {QStringLiteral("samples"), QString::number(m_container->sampleCount())}});
-    m_phase = Phase::Loading;
-    startPlayer(m_container->deviceUrl(), m_container->device());
 }
 
 void NativePlayback::startPlayer(const QUrl& source, QIODevice* device)
 {
+    const quint64 generation = m_generation;
+    QTimer::singleShot(kPlayerOpenTimeoutMs, this, [this, generation] {
+        if (generation != m_generation || m_phase != Phase::Loading) return;
+        qCInfo(lcNative) << "the player did not finish opening in time";
+        fail(kFileFormatNotRecognized);
+    });
     if (device)
         m_player->setSourceDevice(device, source);
     else
@@ -346,8 +355,10 @@ void NativePlayback::handleStatus(QMediaPlayer::MediaStatus status)
 void NativePlayback::handleError(QMediaPlayer::Error error)
 {
     if (error == QMediaPlayer::NoError) return;
-    // Before Ready the file cannot be played here; afterwards playback broke off on the way.
-    if (m_phase == Phase::Opening || m_phase == Phase::Loading)
+    // Before Ready the file cannot be played here; afterwards playback broke off on the way. While
+    // the engine still opens a file the player holds none: an error then is the previous file's,
+    // delivered late.
+    if (m_phase == Phase::Loading)
         fail(kFileFormatNotRecognized);
     else if (m_phase == Phase::Ready)
         fail(kUnknownMediaError);

@@ -1,10 +1,14 @@
 #pragma once
 // The backend that plays a local file through Qt Multimedia (GStreamer on Linux). Matroska, WebM
-// and FLV files are opened by the container engine and handed to the player as a virtual MP4 on a
-// random-access device; every other file goes to the player directly. The backend reports `Ready`
-// only once the player has loaded the file, shown its first picture and every check passed, and it
-// fails with -11828 whenever the player would play less than the file holds, so that the router
-// can try its next backend.
+// and FLV files are opened by the container engine and handed to the player as a virtual MP4,
+// read by our own GStreamer source element (MediaSourceElement.h); every other file goes to the
+// player directly. The backend reports `Ready` only once the player has loaded the file, shown its
+// first picture and every check passed, and it fails with -11828 whenever the player would play
+// less than the file holds, or does not finish opening in time, so that the router can try its
+// next backend.
+//
+// Built for the platform route, the backend hands every file to the player directly, containers
+// included: the router's last chance for what the engine refuses but GStreamer may still play.
 #include "PlaybackBackend.h"
 #include "SeekTracker.h"
 
@@ -28,7 +32,14 @@ class NativeContainerSource;
 class NativePlayback final : public PlaybackBackend {
     Q_OBJECT
 public:
+    // How Matroska, WebM and FLV files reach the player.
+    enum class Route {
+        Engine,   // remuxed by the container engine
+        Platform, // opened by the platform's own demuxers, like any other file
+    };
+
     explicit NativePlayback(QObject* parent = nullptr);
+    explicit NativePlayback(Route route, QObject* parent = nullptr);
     ~NativePlayback() override;
 
     void setOnEvent(EventHandler handler) override;
@@ -58,6 +69,12 @@ public:
     // The slowest and fastest rates play() accepts.
     static constexpr double kMinimumRate = 0.25;
     static constexpr double kMaximumRate = 20.0;
+    // How long the player may take from being handed the file to every check done. GStreamer can
+    // sit silent on a file it cannot make sense of (a transport stream without tables, under
+    // load); past this the file counts as unplayable.
+    static constexpr int kPlayerOpenTimeoutMs = 15000;
+
+    Route route() const { return m_route; }
 
 private:
     enum class Phase { Idle, Opening, Loading, Ready, Failed };
@@ -76,6 +93,10 @@ private:
     void attachSink(QVideoSink* sink);
     void completeSeek(const std::optional<QUuid>& id);
 
+    const Route m_route;
+    // False only when our source element could not be registered: remuxed files then reach the
+    // player as a device.
+    bool m_sourceElement = false;
     QMediaPlayer* m_player = nullptr;
     QAudioOutput* m_audio = nullptr;
     QVideoSink* m_detachedSink = nullptr; // frames arrive here while no view sink is set

@@ -1,7 +1,9 @@
 #include "PlaybackRouter.h"
 
+#include "DiagnosticLog.h"
 #include "StandardSlots.h"
 
+#include <QFileInfo>
 #include <QLoggingCategory>
 
 #include <cmath>
@@ -114,6 +116,13 @@ void PlaybackRouter::handle(const QUuid& generation, const PlaybackEvent& event)
     if (std::holds_alternative<PlaybackEvents::Ready>(event)) {
         m_ready = true;
         m_candidates.clear();
+        // Which slot played the file, so that support can tell a remuxed file from one that
+        // only a fallback could play.
+        SupportDiagnostics::log().record(
+            QStringLiteral("media.ready"),
+            {{QStringLiteral("ext"),
+              QFileInfo(m_source ? m_source->path() : QString()).suffix().toLower()},
+             {QStringLiteral("slot"), m_activeSlotID.value_or(QString())}});
     }
     emitEvent(event);
 }

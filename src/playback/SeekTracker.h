@@ -29,7 +29,8 @@ public:
 private:
     std::optional<QUuid> m_id;
     qint64 m_targetMs = 0;
-    qint64 m_toleranceMs = 0;
+    qint64 m_toleranceMs = 0;     // before the target
+    qint64 m_lateToleranceMs = 0; // after it
     quint64 m_serial = 0;
 };
 

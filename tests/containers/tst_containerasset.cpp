@@ -153,6 +153,46 @@ private slots:
         QVERIFY(allMatched);
     }
 
+    void readersFindTheAssetByItsUrlUntilItIsInvalidated()
+    {
+        const auto& file = m_files.last();
+        auto asset = std::make_unique<ContainerAsset>(file.media);
+        // Found under its URL with the host in any case, as GStreamer may hand it on.
+        QUrl shouted = asset->url();
+        shouted.setHost(asset->url().host().toUpper());
+        const auto reader = ContainerAsset::find(shouted);
+        QVERIFY(reader);
+        QCOMPARE(reader->length(), file.media->length());
+        QVERIFY(!ContainerAsset::find(QUrl(u"quorvane-media://unknown/movie.mp4"_s)));
+        QVERIFY(!ContainerAsset::find(QUrl::fromLocalFile(file.path)));
+
+        // Never more than a piece per read, the end cut short, nothing past it.
+        const quint64 length = reader->length();
+        const struct {
+            quint64 offset, count;
+            qsizetype size;
+        } reads[] = {
+            {0, 3 * ContainerAsset::kPieceSize, ContainerAsset::kPieceSize},
+            {17, 100, 100},
+            {length - 10, 1000, 10},
+            {length, 10, 0},
+        };
+        for (const auto& [offset, count, size] : reads)
+            QCOMPARE(reader->readPiece(offset, count), file.expected.mid(offset, size));
+        QCOMPARE(outcome([&] { reader->readPiece(length + 1, 10); }), 1);
+
+        // Invalidated, or gone: a reader still held fails with the cancellation, nobody finds it.
+        asset->invalidate();
+        QVERIFY(!ContainerAsset::find(asset->url()));
+        QCOMPARE(outcome([&] { reader->readPiece(0, 10); }), kCancelled);
+        auto other = std::make_unique<ContainerAsset>(file.media);
+        const QUrl url = other->url();
+        const auto held = ContainerAsset::find(url);
+        other.reset();
+        QVERIFY(!ContainerAsset::find(url));
+        QCOMPARE(outcome([&] { held->readPiece(0, 10); }), kCancelled);
+    }
+
     void cancelFlagStaysAttachedAfterOpening()
     {
         const auto cancel = std::make_shared<std::atomic_bool>(false);

@@ -2,6 +2,7 @@
 // picture reports, how tracks are numbered and labelled, and which seek gets to complete.
 #include "NativeMediaInfo.h"
 #include "SeekTracker.h"
+#include "StandardSlots.h"
 
 #include <QLocale>
 
@@ -78,11 +79,16 @@ TEST(SeekTracker, OnlyTheLatestSeekCompletesAndOnlyOnce)
     // A picture at the first target no longer completes anything; nor does its fallback.
     EXPECT_EQ(seeks.arrived(1000), std::nullopt);
     EXPECT_EQ(seeks.expire(firstSerial), std::nullopt);
-    // Within one frame of the target completes, once.
+    // Within one frame before the target completes, once.
     EXPECT_EQ(seeks.arrived(2000 - 80), std::nullopt);
     EXPECT_EQ(seeks.arrived(2000 - 40), second);
     EXPECT_EQ(seeks.arrived(2000), std::nullopt);
     EXPECT_FALSE(seeks.pending());
+
+    // After it, up to two frames (pictures stamped before an MP4's edit list), not three.
+    seeks.begin(first, 2000, 40);
+    EXPECT_EQ(seeks.arrived(2000 + 121), std::nullopt);
+    EXPECT_EQ(seeks.arrived(2000 + 80), first);
 }
 
 TEST(SeekTracker, FallbackCompletesTheSeekItWasArmedFor)
@@ -98,4 +104,21 @@ TEST(SeekTracker, FallbackCompletesTheSeekItWasArmedFor)
     const quint64 serial = seeks.serial();
     seeks.clear();
     EXPECT_EQ(seeks.expire(serial), std::nullopt);
+}
+
+TEST(StandardSlots, PlatformComesLastAndTakesOnlyContainers)
+{
+    QStringList ids;
+    const auto list = standardSlots();
+    for (const auto& slot : list)
+        ids.append(slot.id);
+    ASSERT_FALSE(ids.isEmpty());
+    EXPECT_EQ(ids.first(), QStringLiteral("native"));
+    EXPECT_EQ(ids.last(), QStringLiteral("platform"));
+    const auto& platform = list.back();
+    for (const char* name : {"/m/a.mkv", "/m/a.MKA", "/m/a.WebM", "/m/a.Flv"})
+        EXPECT_TRUE(platform.accepts(QUrl::fromLocalFile(name))) << name;
+    for (const char* name : {"/m/a.mp4", "/m/a.ogg", "/m/a.ts"})
+        EXPECT_FALSE(platform.accepts(QUrl::fromLocalFile(name))) << name;
+    EXPECT_FALSE(platform.accepts(QUrl("https://example.invalid/a.mkv")));
 }

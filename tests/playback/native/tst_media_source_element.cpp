@@ -1,0 +1,119 @@
+// Our GStreamer source element on its own: GStreamer picks it for the protocol, it serves the
+// asset's bytes in pull mode exactly, and an unknown or invalidated asset fails cleanly.
+#include "ContainerAsset.h"
+#include "MediaSourceElement.h"
+
+#include <QByteArray>
+#include <QCoreApplication>
+#include <QString>
+
+#include <gst/gst.h>
+#include <gtest/gtest.h>
+
+using namespace quorvane;
+
+namespace {
+
+QString fixturePath(const char* name)
+{
+    return QStringLiteral(QV_NATIVE_FIXTURE_DIR "/") + QLatin1String(name);
+}
+
+// A source made for `uri` the way uridecodebin makes one, its pad active in pull mode (which
+// starts it) when `pull` holds.
+struct Source {
+    GstElement* element = nullptr;
+    GstPad* pad = nullptr;
+    bool started = false;
+
+    explicit Source(const QByteArray& uri)
+    {
+        element = gst_element_make_from_uri(GST_URI_SRC, uri.constData(), nullptr, nullptr);
+        if (!element) return;
+        gst_object_ref_sink(element);
+        gst_element_set_state(element, GST_STATE_READY);
+        pad = gst_element_get_static_pad(element, "src");
+        started = gst_pad_activate_mode(pad, GST_PAD_MODE_PULL, TRUE);
+    }
+    ~Source()
+    {
+        if (!element) return;
+        gst_pad_activate_mode(pad, GST_PAD_MODE_PULL, FALSE);
+        gst_object_unref(pad);
+        gst_element_set_state(element, GST_STATE_NULL);
+        gst_object_unref(element);
+    }
+
+    // The bytes at [offset, offset + size) or the flow result that refused them.
+    std::pair<GstFlowReturn, QByteArray> read(guint64 offset, guint size) const
+    {
+        GstBuffer* buffer = nullptr;
+        const GstFlowReturn flow = gst_pad_get_range(pad, offset, size, &buffer);
+        QByteArray bytes;
+        if (buffer) {
+            GstMapInfo map;
+            gst_buffer_map(buffer, &map, GST_MAP_READ);
+            bytes = QByteArray(reinterpret_cast<const char*>(map.data), qsizetype(map.size));
+            gst_buffer_unmap(buffer, &map);
+            gst_buffer_unref(buffer);
+        }
+        return {flow, bytes};
+    }
+};
+
+} // namespace
+
+TEST(MediaSourceElement, ServesTheAssetsBytesUntilItIsInvalidated)
+{
+    int argc = 0;
+    QCoreApplication app(argc, nullptr); // the asset's read-ahead thread runs an event loop
+    ASSERT_TRUE(mediasource::registerElement());
+    auto media = ContainerMedia::open(fixturePath("native-h264-aac.mkv"));
+    ContainerAsset asset(media);
+    // Qt hands the UUID on in lower case, but any case finds the asset.
+    QByteArray uri = asset.url().toEncoded();
+    uri.replace(asset.url().host().toLatin1(), asset.url().host().toUpper().toLatin1());
+
+    Source source(uri);
+    ASSERT_NE(source.element, nullptr);
+    GstElementFactory* factory = gst_element_get_factory(source.element);
+    EXPECT_STREQ(GST_OBJECT_NAME(factory), mediasource::kElementName);
+    ASSERT_TRUE(source.started);
+
+    const quint64 length = media->length();
+    const struct {
+        guint64 offset;
+        guint size;
+    } ranges[] = {
+        {0, 4096},                                   // the header, as typefind reads it
+        {1000, 3 * ContainerAsset::kPieceSize + 17}, // several pieces in one buffer
+        {length - 10, 1000},                         // cut at the end
+    };
+    for (const auto& range : ranges) {
+        const auto [flow, bytes] = source.read(range.offset, range.size);
+        EXPECT_EQ(flow, GST_FLOW_OK) << range.offset;
+        EXPECT_EQ(bytes, media->read(range.offset, std::min<quint64>(range.size, 1'048'576)))
+            << range.offset;
+    }
+    EXPECT_EQ(source.read(length, 10).first, GST_FLOW_EOS);
+
+    // Invalidated under a running source: later reads stop quietly, a new start is refused.
+    asset.invalidate();
+    EXPECT_EQ(source.read(0, 4096).first, GST_FLOW_FLUSHING);
+    EXPECT_FALSE(Source(asset.url().toEncoded()).started);
+}
+
+TEST(MediaSourceElement, UnknownAssetsAndForeignUrisAreRefused)
+{
+    ASSERT_TRUE(mediasource::registerElement());
+    EXPECT_FALSE(Source("quorvane-media://00000000-0000-0000-0000-000000000000/movie.mp4").started);
+
+    // A URI of another kind is refused outright when set on the element.
+    GstElement* element = gst_element_factory_make(mediasource::kElementName, nullptr);
+    ASSERT_NE(element, nullptr);
+    GError* error = nullptr;
+    EXPECT_FALSE(gst_uri_handler_set_uri(GST_URI_HANDLER(element), "file:///tmp/a.mp4", &error));
+    EXPECT_NE(error, nullptr);
+    g_clear_error(&error);
+    gst_object_unref(element);
+}
