@@ -1,6 +1,7 @@
 // The subtitle tracks the player draws itself: files found beside the video or loaded by the
 // user, listed after the backend's tracks and switched like them.
 #include "ContainerSubtitles.h"
+#include "ContainerTrackLabels.h"
 #include "DiagnosticLog.h"
 #include "Player.h"
 #include "SubtitleText.h"
@@ -68,12 +69,12 @@ void Player::offerEmbeddedSubtitles(const ContainerSubtitles* embedded)
                                  {{QStringLiteral("reason"), note}});
         for (const ContainerFont& font : embedded->fonts)
             parse.document.fonts.append({font.name, font.data});
-        // "Chinese (chi)", "chi", or a number when the file names neither.
-        const QString language =
-            track.language == QLatin1String("und") ? QString() : track.language;
-        QString label = track.name;
-        if (!language.isEmpty())
-            label = label.isEmpty() ? language : QStringLiteral("%1 (%2)").arg(label, language);
+        // Labelled like the audio tracks: "Chinese — Signs", "Chinese", "Signs", or a number when
+        // the file names neither.
+        const QString language = nativemedia::languageName(track.language);
+        QString label = language;
+        if (!track.name.isEmpty() && track.name != language)
+            label = label.isEmpty() ? track.name : QStringLiteral("%1 — %2").arg(label, track.name);
         if (label.isEmpty())
             label = QStringLiteral("%1 %2")
                         .arg(translate(QStringLiteral("Subtitles")))

@@ -113,6 +113,11 @@ Item {
         icon.name: "preferences-system-time-symbolic"
         onTriggered: actions.speedSheetRequested()
     }
+    readonly property Action loadSubtitleFile: Action {
+        text: qsTr("Load Subtitle File…")
+        enabled: actions.player.currentURL.toString() !== ""
+        onTriggered: actions.player.chooseSubtitleFile()
+    }
     readonly property Action disableSubtitles: Action {
         text: qsTr("Disable Subtitles")
         enabled: actions.player.subtitleID !== 0

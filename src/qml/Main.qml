@@ -75,6 +75,7 @@ ApplicationWindow {
     Connections {
         target: window.player
         function onChooseFileRequested() { openDialog.open() }
+        function onChooseSubtitleFileRequested() { subtitleDialog.open() }
     }
 
     FileDialog {
@@ -85,6 +86,15 @@ ApplicationWindow {
         nameFilters: [qsTr("Media files") + " (*.mp4 *.m4v *.mkv *.mov *.avi *.webm *.ts *.mts *.m2ts *.mpg *.mpeg *.wmv *.flv *.vob *.ogv *.mp3 *.m4a *.aac *.flac *.ogg *.opus *.wav)",
             qsTr("All files") + " (*)"]
         onAccepted: window.player.addFiles(true, selectedFiles)
+    }
+
+    FileDialog {
+        id: subtitleDialog
+        objectName: "subtitleDialog"
+        title: qsTr("Load Subtitle File…")
+        fileMode: FileDialog.OpenFile
+        nameFilters: [qsTr("Subtitles") + " (*.srt *.ass *.ssa *.vtt)", qsTr("All files") + " (*)"]
+        onAccepted: window.player.loadSubtitleFile(selectedFile)
     }
 
     Loader {

@@ -51,6 +51,7 @@ MenuBar {
         MenuItem { action: bar.actions.speedSheet }
         MenuSeparator {}
         MenuItem { action: bar.actions.mute }
+        MenuItem { action: bar.actions.loadSubtitleFile }
         MenuItem { action: bar.actions.disableSubtitles }
     }
     Menu {

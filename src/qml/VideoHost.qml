@@ -1,6 +1,7 @@
 import QtQuick
 import QtMultimedia
 import QtWebEngine
+import Quorvane.Subtitles
 import Quorvane.Models
 import Quorvane.Video
 
@@ -22,6 +23,16 @@ VideoSurface {
         fillMode: VideoOutput.PreserveAspectFit
         Component.onCompleted: surface.player.setVideoSink(videoSink)
         Component.onDestruction: surface.player.setVideoSink(null)
+    }
+
+    // Subtitles over the picture, whichever backend draws it; the overlay fits the picture's
+    // rectangle (letterboxing, full screen) from the video size.
+    SubtitleOverlay {
+        objectName: "subtitleOverlay"
+        anchors.fill: parent
+        z: 1
+        session: surface.player.subtitles
+        videoSize: surface.player.videoSize
     }
 
     Item {

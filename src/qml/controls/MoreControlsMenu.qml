@@ -63,6 +63,7 @@ Menu {
             onObjectRemoved: (index, object) => subtitleMenu.removeItem(object)
         }
         MenuSeparator { visible: subtitleTracks.count > 0 }
+        MenuItem { action: menu.actions.loadSubtitleFile }
         MenuItem { action: menu.actions.disableSubtitles }
     }
 

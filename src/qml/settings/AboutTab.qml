@@ -51,7 +51,7 @@ Item {
                              : "A local video and audio player.",
                 "Independently developed for a focused viewing experience.",
                 root.mac ? "Supported formats depend on macOS. External subtitles are not supported in this version."
-                         : "Supported formats depend on the installed media framework. External subtitles are not supported in this version."]
+                         : "Supported formats depend on the installed media framework. Subtitle files (SRT, ASS, SSA, WebVTT) can be loaded from the Subtitles menu."]
 
             Label {
                 required property string modelData
