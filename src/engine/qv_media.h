@@ -144,15 +144,15 @@ uint32_t qv_media_layout(const QVMedia* media);
  * Copies up to `count` bytes of the virtual file, starting at `offset`, into `buffer`.
  * Returns the number of bytes copied (min(count, size - offset); 0 at the end of the file), or a
  * negative qv_media_error when the read fails, even if some bytes were already copied:
- *   -QV_MEDIA_MALFORMED (-1)     media or buffer is null, count exceeds QV_MEDIA_MAX_READ, offset
- *                                exceeds the size, or the source no longer matches its index (in
- *                                the fragmented layout also: a cluster found damaged, or a timing
- *                                rule that fails, when its fragment is first read);
- *   -QV_MEDIA_UNSUPPORTED (-2)   fragmented layout only: the fragment holds what the engine refuses;
- *   -QV_MEDIA_TOO_LARGE (-3)     fragmented layout only: the fragment's moof outgrew its slot;
- *   -QV_MEDIA_CANCELLED (-4)     the cancellation callback returned non-zero before a source read;
+ *   -QV_MEDIA_MALFORMED (-1)     media or buffer is null, count exceeds QV_MEDIA_MAX_READ,
+ *                                offset exceeds the size, or the source no longer matches its
+ *                                index (fragmented layout: also a cluster found damaged, or a
+ *                                timing rule that fails, when its fragment is first read);
+ *   -QV_MEDIA_UNSUPPORTED (-2)   fragmented layout: the fragment holds what the engine refuses;
+ *   -QV_MEDIA_TOO_LARGE (-3)     fragmented layout: the fragment's moof outgrew its slot;
+ *   -QV_MEDIA_CANCELLED (-4)     the cancellation callback returned non-zero before a read;
  *   -QV_MEDIA_INPUT_OUTPUT (-5)  a seek or read of the source failed or came up short.
- * A failed read leaves the handle usable; a fragment that failed fails again on every later read.
+ * A failed read leaves the handle usable; a fragment that failed fails every later read too.
  * Safe to call from any thread.
  */
 int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t count);
@@ -178,7 +178,7 @@ int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel,
 /* One text subtitle track. Strings are NUL-terminated UTF-8. */
 typedef struct QVMediaSubtitleTrack {
     const char* codec_id;         /* "S_TEXT/UTF8", "S_TEXT/ASS", "S_TEXT/SSA", "S_TEXT/WEBVTT" */
-    const char* language;         /* as in the file ("eng" when the file names none) */
+    const char* language;         /* ISO 639-2/T, as for tracks ("eng" when unnamed) */
     const char* name;             /* "" when the file names none */
     const uint8_t* codec_private; /* the ASS/SSA script header, WebVTT's header; may be null */
     uint64_t codec_private_size;

@@ -108,7 +108,6 @@ public:
     // without a picture of their own ignore it. The sink is owned by the view and may go away.
     virtual void setVideoSink(QVideoSink* sink) { Q_UNUSED(sink); }
 
-
     // The web view declared in the window (a QtWebEngine `WebEngineView`), for backends that play
     // through a web page. The view belongs to the window; a backend only borrows it between
     // open() and stop().

@@ -130,8 +130,7 @@ private slots:
         f.backend->emitEvent(PlaybackEvents::Ready{info});
 
         // The broken one is dropped; the forced one is on from the start.
-        QCOMPARE(labels(*f.player, u"subtitle"_s),
-                 (QStringList{u"Chinese"_s, u"Subtitles 2"_s}));
+        QCOMPARE(labels(*f.player, u"subtitle"_s), (QStringList{u"Chinese"_s, u"Subtitles 2"_s}));
         const qint64 forced = f.player->tracks().last().id;
         QCOMPARE(f.player->subtitles()->activeID(), forced);
         const auto document = f.player->subtitles()->activeDocument();

@@ -33,7 +33,7 @@ private slots:
         const ContainerSubtitleTrack& srt = subtitles->tracks[0];
         const ContainerSubtitleTrack& ass = subtitles->tracks[1];
         QCOMPARE(srt.codecId, "S_TEXT/UTF8");
-        QCOMPARE(srt.language, u"chi"_s);
+        QCOMPARE(srt.language, u"zho"_s);
         QCOMPARE(srt.name, u"Chinese"_s);
         QCOMPARE(srt.events.size(), 2);
         QCOMPARE(srt.events[0].start, 500);
@@ -50,7 +50,6 @@ private slots:
         QCOMPARE(subtitles->fonts[0].name, "DejaVuSans-Bold.ttf");
         QCOMPARE(subtitles->fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
     }
-
 
     void failuresCarryEngineCodes()
     {

@@ -101,7 +101,7 @@ TEST(Subtitles, TracksEventsAndAttachments)
     ASSERT_EQ(qv_media_subtitle_track(media, 0, &srt), 0);
     ASSERT_EQ(qv_media_subtitle_track(media, 1, &ass), 0);
     EXPECT_STREQ(srt.codec_id, "S_TEXT/UTF8");
-    EXPECT_STREQ(srt.language, "chi");
+    EXPECT_STREQ(srt.language, "zho");
     EXPECT_STREQ(srt.name, "Chinese");
     EXPECT_EQ(srt.forced, 1u);
     EXPECT_EQ(srt.is_default, 0u);

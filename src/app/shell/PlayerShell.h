@@ -34,7 +34,6 @@ public:
     Localizer& localizer() { return m_localizer; }
     AppSettings& appSettings() { return m_appSettings; }
 
-
 private:
     void applyLanguage();
 

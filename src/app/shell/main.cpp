@@ -6,6 +6,7 @@
 #include "PlayerShell.h"
 
 #include <QGuiApplication>
+#include <QIcon>
 #include <QSettings>
 
 int main(int argc, char* argv[])
@@ -16,6 +17,7 @@ int main(int argc, char* argv[])
     quorvane::PlayerShell::prepareApplication();
     QGuiApplication app(argc, argv);
     QGuiApplication::setDesktopFileName(QStringLiteral("quorvane-player"));
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/quorvane-player.svg")));
 
     // A second launch hands its files to the running player and ends here.
     const QList<QUrl> files = quorvane::SingleInstance::filesFromArguments(app.arguments().mid(1));

@@ -29,7 +29,7 @@ Item {
             Layout.alignment: Qt.AlignHCenter
             Layout.preferredWidth: 64
             Layout.preferredHeight: 64
-            source: "images/quorvane.svg"
+            source: "qrc:/icons/quorvane-player.svg"
             sourceSize.width: 128
             sourceSize.height: 128
             fillMode: Image.PreserveAspectFit
