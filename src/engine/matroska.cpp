@@ -88,6 +88,8 @@ public:
 
 private:
     void header();
+    // Reads up to the first Cluster and refuses a file none of whose tracks of a kind it keeps.
+    void tracksAndPresence();
     void segmentChildren(const Element& segment);
     std::uint64_t clusterEnd(const Element& cluster, std::uint64_t segmentEnd);
     void tracks(const Element& tracks);
@@ -117,7 +119,7 @@ private:
     MatroskaHead* m_head = nullptr; // set while only the head is read: stop at the first Cluster
 };
 
-Index Demuxer::run()
+void Demuxer::tracksAndPresence()
 {
     m_index.format = 1;
     header();
@@ -129,6 +131,11 @@ Index Demuxer::run()
     // A file whose picture we cannot show is refused rather than played as sound only.
     require(!m_sawVideo || video, kUnsupported);
     require(!m_sawAudio || audio, kUnsupported);
+}
+
+Index Demuxer::run()
+{
+    tracksAndPresence();
     m_states.resize(m_index.tracks.size());
     clusterBlocks();
     for (auto& subtitle : m_index.subtitles)
@@ -140,15 +147,7 @@ MatroskaHead Demuxer::head()
 {
     MatroskaHead head;
     m_head = &head;
-    m_index.format = 1;
-    header();
-    require(!m_index.tracks.empty(), kUnsupported);
-    bool video = false;
-    bool audio = false;
-    for (const auto& t : m_index.tracks)
-        (t.kind == kVideo ? video : audio) = true;
-    require(!m_sawVideo || video, kUnsupported);
-    require(!m_sawAudio || audio, kUnsupported);
+    tracksAndPresence();
     head.index = std::move(m_index);
     m_head = nullptr;
     return head;
