@@ -42,7 +42,6 @@ private slots:
     void openReadyAndFailed()
     {
         PlayerFixture f;
-        QCOMPARE(f.player->title(), u"Your private cinema"_s);
         const QUrl url = f.file("Holiday.2024.MKV");
         f.player->open(url);
         QCOMPARE(f.player->currentURL(), url);
@@ -54,7 +53,6 @@ private slots:
         const auto opened = f.records("media.open");
         QCOMPARE(opened.size(), 1);
         QCOMPARE(opened[0].fields.value("ext"), u"mkv"_s);
-        QCOMPARE(opened[0].fields.value("backend"), u"custom"_s);
 
         const QList<PlaybackTrack> tracks = {{1, PlaybackTrackKind::Audio, "English"},
                                              {7, PlaybackTrackKind::Subtitle, "Deutsch"}};
@@ -66,12 +64,6 @@ private slots:
         QCOMPARE(f.player->tracks(),
                  (QList<MediaTrack>{{1, "audio", "English"}, {7, "subtitle", "Deutsch"}}));
         QCOMPARE(f.backend->rates, QList<double>{1.0});
-        const auto state = f.records("playback.state");
-        const DiagnosticLog::Fields stateFields{{"loaded", "true"},  {"paused", "false"},
-                                                {"volume", "80"},    {"muted", "false"},
-                                                {"ao", "gstreamer"}, {"speed", "1"}};
-        QCOMPARE(state.size(), 1);
-        QCOMPARE(state[0].fields, stateFields);
 
         f.player->selectTrack("audio", 2);
         f.player->selectTrack("anything else", 9);
@@ -118,7 +110,6 @@ private slots:
         component.setData(R"(
             import QtQml
             QtObject {
-                property string title: player.title
                 property string trackType: player.tracks[0].type
                 property int trackId: player.tracks[0].id
                 property string time: player.formatTime(3600)
@@ -132,7 +123,6 @@ private slots:
                           QUrl());
         std::unique_ptr<QObject> object(component.create());
         QVERIFY2(object, qPrintable(component.errorString()));
-        QCOMPARE(object->property("title").toString(), u"a"_s);
         QCOMPARE(object->property("trackType").toString(), u"subtitle"_s);
         QCOMPARE(object->property("trackId").toInt(), 3);
         QCOMPARE(object->property("time").toString(), u"1:00:00"_s);
@@ -322,17 +312,18 @@ private slots:
         PlayerFixture f;
         const QUrl a = f.file("a.mp4");
         f.load(a, 100);
-        f.player->beginBoost();
-        f.player->seek(30);
-        QVERIFY(QMetaObject::invokeMethod(qApp, "applicationStateChanged",
-                                          Q_ARG(Qt::ApplicationState, Qt::ApplicationInactive)));
-        QVERIFY(!f.player->isBoosting());
-        QCOMPARE(f.player->savedPosition(a), 30.0);
-        f.player->beginBoost();
-        f.player->seek(40);
-        QVERIFY(QMetaObject::invokeMethod(qApp, "aboutToQuit"));
-        QVERIFY(!f.player->isBoosting());
-        QCOMPARE(f.player->savedPosition(a), 40.0);
+        double at = 30;
+        for (const bool quit : {false, true}) {
+            f.player->beginBoost();
+            f.player->seek(at);
+            QVERIFY(quit ? QMetaObject::invokeMethod(qApp, "aboutToQuit")
+                         : QMetaObject::invokeMethod(
+                               qApp, "applicationStateChanged",
+                               Q_ARG(Qt::ApplicationState, Qt::ApplicationInactive)));
+            QVERIFY(!f.player->isBoosting());
+            QCOMPARE(f.player->savedPosition(a), at);
+            at += 10;
+        }
     }
 
     void volumeClampsAndOverlayTiming()

@@ -129,6 +129,10 @@ private slots:
         f.file("one/b.mp4");
         f.file("two/c.mp4");
         const QUrl single = f.file("d.avi");
+        // Nothing playable: an error, and no batch starts.
+        f.player->addFiles(true, {f.file("readme.txt"), QUrl("https://example.com/a.mp4")});
+        QCOMPARE(f.player->error(), u"Choose a readable video or audio file"_s);
+        QCOMPARE(f.player->playlistGeneration(), 0);
         QSignalSpy changed(f.player.get(), &Player::playlistChanged);
         f.player->addFiles(false, {QUrl::fromLocalFile(f.dir.filePath("one"))});
         f.player->addFiles(false, {QUrl::fromLocalFile(f.dir.filePath("two")), single});
@@ -145,14 +149,6 @@ private slots:
                      (QStringList{"a.mp4", "b.mp4", "c.mp4", "d.avi"}));
         QTRY_COMPARE(f.player->currentURL().fileName(), u"a.mp4"_s);
         QCOMPARE(f.backend->count("open"), 1);
-    }
-
-    void nothingPlayableToAdd()
-    {
-        PlayerFixture f;
-        f.player->addFiles(true, {f.file("readme.txt"), QUrl("https://example.com/a.mp4")});
-        QCOMPARE(f.player->error(), u"Choose a readable video or audio file"_s);
-        QCOMPARE(f.player->playlistGeneration(), 0);
     }
 
     void sortOrderIsStoredAndApplied()

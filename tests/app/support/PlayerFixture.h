@@ -55,11 +55,7 @@ struct PlayerFixture {
     {
         const QString path = dir.filePath(relativePath);
         QDir().mkpath(QFileInfo(path).absolutePath());
-        QFile f(path);
-        if (!f.exists()) {
-            f.open(QIODevice::WriteOnly);
-            f.close();
-        }
+        if (QFile f(path); !f.exists()) f.open(QIODevice::WriteOnly);
         return QUrl::fromLocalFile(QFileInfo(path).canonicalFilePath());
     }
 
