@@ -85,13 +85,6 @@ protected:
     QTemporaryDir m_dir;
 };
 
-int openDescriptors()
-{
-    return int(QDir(QStringLiteral("/proc/self/fd"))
-                   .entryList(QDir::NoDotAndDotDot | QDir::System | QDir::Files | QDir::AllEntries)
-                   .size());
-}
-
 } // namespace
 
 TEST(ByteRangeTest, FormsAgainstAThousandBytes)
@@ -122,70 +115,52 @@ TEST(ByteRangeTest, FormsAgainstAThousandBytes)
 TEST_F(LocalMediaServerTest, AnswersWithExactHeadsAndBodies)
 {
     const Served s = serve(QStringLiteral("clip.webm"), pattern(1000));
-    const QByteArray media = "Content-Type: video/webm\r\n";
-    const QByteArray tail =
-        "Accept-Ranges: bytes\r\nCache-Control: no-store\r\nConnection: close\r\n";
+    const QByteArray tail = "Cache-Control: no-store\r\nConnection: close\r\n\r\n";
+    const auto media = [&](qsizetype length, const QByteArray& range = {}) {
+        return "Content-Type: video/webm\r\nContent-Length: " + QByteArray::number(length) +
+               "\r\nAccept-Ranges: bytes\r\nCache-Control: no-store\r\nConnection: close\r\n" +
+               (range.isEmpty() ? QByteArray() : "Content-Range: bytes " + range + "\r\n") + "\r\n";
+    };
+    const QByteArray partial = "HTTP/1.1 206 Partial Content\r\n";
+    const QByteArray page = "HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\n"
+                            "Content-Length: " +
+                            QByteArray::number(kPage.size()) + "\r\n" + tail;
+    const QByteArray notFound =
+        "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n";
+    const QByteArray unsatisfiable =
+        "HTTP/1.1 416 Range Not Satisfiable\r\nContent-Range: bytes */1000\r\n"
+        "Content-Length: 0\r\nConnection: close\r\n\r\n";
+    const QByteArray token = s.token.toLatin1();
     struct Case {
         const char* name;
         QByteArray request;
         QByteArray head;
         qsizetype bodyStart, bodyCount; // bodyStart -1: the page
     };
-    const QByteArray unsatisfiable =
-        "HTTP/1.1 416 Range Not Satisfiable\r\nContent-Range: bytes */1000\r\n"
-        "Content-Length: 0\r\nConnection: close\r\n\r\n";
+    // The range grammar itself is covered by ByteRangeTest; these check what reaches the wire.
     const Case cases[] = {
-        {"whole file", s.get("/media"),
-         "HTTP/1.1 200 OK\r\n" + media + "Content-Length: 1000\r\n" + tail + "\r\n", 0, 1000},
-        {"bytes=0-", s.get("/media", "Range: bytes=0-\r\n"),
-         "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 1000\r\n" + tail +
-             "Content-Range: bytes 0-999/1000\r\n\r\n",
-         0, 1000},
-        {"suffix", s.get("/media", "RANGE: bytes=-200\r\n"),
-         "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 200\r\n" + tail +
-             "Content-Range: bytes 800-999/1000\r\n\r\n",
+        {"whole file", s.get("/media"), "HTTP/1.1 200 OK\r\n" + media(1000), 0, 1000},
+        {"bytes=0-", s.get("/media", "Range: bytes=0-\r\n"), partial + media(1000, "0-999/1000"), 0,
+         1000},
+        {"suffix", s.get("/media", "RANGE: bytes=-200\r\n"), partial + media(200, "800-999/1000"),
          800, 200},
         {"clamped", s.get("/media", "range:  bytes=990-5000 \r\nX-Other: 1\r\n"),
-         "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 10\r\n" + tail +
-             "Content-Range: bytes 990-999/1000\r\n\r\n",
-         990, 10},
-        {"head media",
-         "HEAD /" + s.token.toLatin1() + "/media HTTP/1.1\r\nRange: bytes=0-9\r\n\r\n",
-         "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 10\r\n" + tail +
-             "Content-Range: bytes 0-9/1000\r\n\r\n",
-         0, 0},
-        {"page", s.get("/index.html"),
-         "HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\nContent-Length: " +
-             QByteArray::number(kPage.size()) +
-             "\r\nCache-Control: no-store\r\nConnection: close\r\n\r\n",
-         -1, kPage.size()},
-        {"head page", "HEAD  /" + s.token.toLatin1() + "/index.html  HTTP/1.1\r\n\r\n",
-         "HTTP/1.1 200 OK\r\nContent-Type: text/html; charset=utf-8\r\nContent-Length: " +
-             QByteArray::number(kPage.size()) +
-             "\r\nCache-Control: no-store\r\nConnection: close\r\n\r\n",
-         -1, 0},
-        {"wrong token", "GET /wrong-token/media HTTP/1.1\r\n\r\n",
-         "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", 0, 0},
-        {"query", s.get("/media?x=1"),
-         "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", 0, 0},
+         partial + media(10, "990-999/1000"), 990, 10},
+        {"head media", "HEAD /" + token + "/media HTTP/1.1\r\nRange: bytes=0-9\r\n\r\n",
+         partial + media(10, "0-9/1000"), 0, 0},
+        {"page", s.get("/index.html"), page, -1, kPage.size()},
+        {"head page", "HEAD  /" + token + "/index.html  HTTP/1.1\r\n\r\n", page, -1, 0},
+        {"wrong token", "GET /wrong-token/media HTTP/1.1\r\n\r\n", notFound, 0, 0},
+        {"query", s.get("/media?x=1"), notFound, 0, 0},
         {"lower-case token", "GET /" + s.token.toLower().toLatin1() + "/media HTTP/1.1\r\n\r\n",
-         "HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n", 0, 0},
+         notFound, 0, 0},
         {"backwards", s.get("/media", "Range: bytes=500-100\r\n"), unsatisfiable, 0, 0},
-        {"past end", s.get("/media", "Range: bytes=1000-\r\n"), unsatisfiable, 0, 0},
         {"two ranges", s.get("/media", "Range: bytes=0-1,5-6\r\n"), unsatisfiable, 0, 0},
-        {"empty suffix", s.get("/media", "Range: bytes=-0\r\n"), unsatisfiable, 0, 0},
-        {"dash only", s.get("/media", "Range: bytes=-\r\n"), unsatisfiable, 0, 0},
-        {"other unit", s.get("/media", "Range: items=0-1\r\n"), unsatisfiable, 0, 0},
-        {"spaced", s.get("/media", "Range: bytes = 0-1\r\n"), unsatisfiable, 0, 0},
         {"capital unit", s.get("/media", "Range: Bytes=0-1\r\n"), unsatisfiable, 0, 0},
         {"utf-8 header", s.get("/media", "X-Name: \xe6\x97\xa5\r\nRange: bytes=1-2\r\n"),
-         "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 2\r\n" + tail +
-             "Content-Range: bytes 1-2/1000\r\n\r\n",
-         1, 2},
+         partial + media(2, "1-2/1000"), 1, 2},
         {"body ignored", s.get("/media", "Range: bytes=1-2\r\n") + "GET / HTTP/1.1\r\n\r\n",
-         "HTTP/1.1 206 Partial Content\r\n" + media + "Content-Length: 2\r\n" + tail +
-             "Content-Range: bytes 1-2/1000\r\n\r\n",
-         1, 2},
+         partial + media(2, "1-2/1000"), 1, 2},
     };
     for (const Case& c : cases) {
         const HttpReply reply = exchange(s.port, c.request);
@@ -194,13 +169,11 @@ TEST_F(LocalMediaServerTest, AnswersWithExactHeadsAndBodies)
             c.bodyStart < 0 ? kPage.left(c.bodyCount) : s.content.mid(c.bodyStart, c.bodyCount);
         EXPECT_EQ(reply.body, body) << c.name;
     }
-}
-
-TEST_F(LocalMediaServerTest, OggIsServedAsAudio)
-{
+    // Ogg is served as audio, whatever the case of its suffix.
     for (const char* name : {"a.ogg", "b.OGA"}) {
-        const Served s = serve(QString::fromLatin1(name), pattern(10));
-        EXPECT_TRUE(exchange(s.port, s.get("/media")).head.contains("Content-Type: audio/ogg\r\n"))
+        const Served ogg = serve(QString::fromLatin1(name), pattern(10));
+        EXPECT_TRUE(
+            exchange(ogg.port, ogg.get("/media")).head.contains("Content-Type: audio/ogg\r\n"))
             << name;
     }
 }
@@ -327,24 +300,20 @@ TEST_F(LocalMediaServerTest, LeavesNoDescriptorOpenAfterAThousandConnections)
     const Served s = serve(QStringLiteral("clip.webm"), pattern(100000));
     exchange(s.port, s.get("/media")); // warm up whatever the first request allocates
     QThread::msleep(200);
-    const int before = openDescriptors();
+    const auto openDescriptors = [] {
+        return QDir(QStringLiteral("/proc/self/fd"))
+            .entryList(QDir::NoDotAndDotDot | QDir::System | QDir::Files | QDir::AllEntries)
+            .size();
+    };
+    const qsizetype before = openDescriptors();
+    // Full answers, 404s, dropped requests and clients that hang up without reading.
     for (int i = 0; i < 1000; ++i) {
-        switch (i % 4) {
-        case 0:
-            exchange(s.port, s.get("/media", "Range: bytes=-70000\r\n"));
-            break;
-        case 1:
-            exchange(s.port, s.get("/nothing"));
-            break;
-        case 2:
-            exchange(s.port, "POST / HTTP/1.1\r\n\r\n");
-            break;
-        case 3: {
-            RawConnection connection(s.port);
-            connection.send(s.get("/media"));
-            break;
-        }
-        }
+        if (i % 4 == 3)
+            RawConnection(s.port).send(s.get("/media"));
+        else
+            exchange(s.port, i % 4 == 0   ? s.get("/media", "Range: bytes=-70000\r\n")
+                             : i % 4 == 1 ? s.get("/nothing")
+                                          : QByteArray("POST / HTTP/1.1\r\n\r\n"));
     }
     QDeadlineTimer deadline(20000);
     while (openDescriptors() > before && !deadline.hasExpired())
