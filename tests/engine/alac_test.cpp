@@ -9,11 +9,6 @@ using namespace qv_test;
 
 namespace {
 
-Bytes text(const std::string& s)
-{
-    return Bytes(s.begin(), s.end());
-}
-
 // An ALACSpecificConfig: 4096-sample frames, 16 bits, stereo, 44.1 kHz.
 const Bytes kAlacConfig{0, 0, 0x10, 0, 0, 16, 40, 10, 14, 2, 0,    255,
                         0, 0, 0,    0, 0, 0,  0,  0,  0,  0, 0xAC, 0x44};

@@ -1,8 +1,9 @@
 #!/usr/bin/env python3
-"""Oracle tests for FLAC, AC-3, E-AC-3 and MP3 in Matroska, FLV, the transport-stream probe, and
-the table of real files in the shared corpus, with the checks of oracle.py. Transport streams must
-report their presence; every corpus file has one row in CORPUS saying what it must give, and why
-when the engine refuses it.
+"""Oracle tests for FLAC, AC-3, E-AC-3, MP3 and Apple Lossless in Matroska, FLV, the
+transport-stream probe, track languages and names, and the table of real files in the shared
+corpus, with the checks of oracle.py. Transport streams must report their presence; every corpus
+file has one row in CORPUS saying what it must give, and why when the engine refuses it. ALAC is
+also played as mkvmerge writes it, a file GStreamer's own Matroska demuxer fails on.
 """
 import os
 import subprocess
@@ -14,7 +15,7 @@ from oracle import fail, played, qvmedia, refused
 PLAYED = [
     'flac_audio_only.mka', 'h264_flac.mkv', 'ac3_audio_only.mka', 'ac3_laced.mkv',
     'eac3_audio_only.mka', 'h264_eac3.mkv', 'mp3_audio_only.mka', 'mp3_ebml_laced.mkv',
-    'h264_aac_bframes.flv', 'h264_only.flv',
+    'h264_aac_bframes.flv', 'h264_only.flv', 'alac_audio_only.mka', 'h264_alac.mkv',
 ]
 REFUSED = {
     'h264_mp3.flv': 2,                # FLV audio other than AAC refuses the whole file
@@ -28,6 +29,9 @@ PRESENCE = {
     'ts_m2ts.m2ts': 'audio, video',   # 192-byte packets with time codes
     'h264_aac_bframes.mkv': 'none',   # not a transport stream at all
 }
+
+# Per stream of the exported two_audio_named.mkv: (codec type, language, handler name).
+NAMED = [('video', 'und', 'Video'), ('audio', 'eng', 'Commentary'), ('audio', 'jpn', 'Audio')]
 
 PLAY = 'play'
 # Every file of the shared corpus: PLAY (the oracle passes against ffmpeg's copy of the carried
@@ -114,7 +118,24 @@ def presence(name, path, expected, binary):
         print(f'{name}: {expected}')
 
 
+def named(args, tmp):
+    """Track languages and names survive `qvmedia cat`, as ffprobe reports them."""
+    name = 'two_audio_named.mkv'
+    output = os.path.join(tmp, name + '.mp4')
+    result = qvmedia(['cat', os.path.join(args.fixtures, name), output], args.qvmedia)
+    if result.returncode != 0:
+        return fail(name, f'qvmedia cat exited {result.returncode}: {result.stderr.strip()}')
+    got = [(s['codec_type'], s.get('tags', {}).get('language'), s.get('tags', {}).get('handler_name'))
+           for s in oracle.probe(output)[0]]
+    if got != NAMED:
+        fail(name, f'ffprobe reports {got}, expected {NAMED}')
+    else:
+        print(f'{name}: languages and names kept')
+
+
 def more(args, tmp):
+    if not args.only or 'two_audio_named.mkv' in args.only:
+        named(args, tmp)
     for name, expected in PRESENCE.items():
         if not args.only or name in args.only:
             presence(name, os.path.join(args.fixtures, name), expected, args.qvmedia)

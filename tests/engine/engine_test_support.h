@@ -107,23 +107,31 @@ inline qv::Reader readerOf(const Bytes& bytes)
     return qv::Reader(sourceOf(bytes), nullptr, nullptr);
 }
 
-// Runs parse on a reader of bytes, once for every offset with a source that fails there (each run
-// must end as the real one does, or with kInputOutput, and nothing else), then for real; returns
-// the real run's result.
+// Runs `run` (given a maker of sources) once for every offset with a source that fails there: each
+// run must end with the code `expected` of the real run, or with kInputOutput, and nothing else.
+template <typename Run> void atEveryFailure(const Bytes& bytes, std::uint32_t expected, Run&& run)
+{
+    for (std::uint64_t at = 0; at < bytes.size(); ++at) {
+        const auto code = run([&] { return std::make_unique<FailingSource>(bytes, at); });
+        EXPECT_TRUE(code == expected || code == qv::kInputOutput)
+            << "a source failing at " << at << " gave " << code << " instead of " << expected;
+    }
+}
+
+// Runs parse on a reader of bytes, at every failing offset, then for real; returns the real run's
+// result.
 template <typename Parse> auto parsed(const Bytes& bytes, Parse&& parse)
 {
     const auto expected = codeOf([&] {
         auto reader = readerOf(bytes);
         parse(reader);
     });
-    for (std::uint64_t at = 0; at < bytes.size(); ++at) {
-        const auto code = codeOf([&] {
-            qv::Reader reader(std::make_unique<FailingSource>(bytes, at), nullptr, nullptr);
+    atEveryFailure(bytes, expected, [&](auto failing) {
+        return codeOf([&] {
+            qv::Reader reader(failing(), nullptr, nullptr);
             parse(reader);
         });
-        EXPECT_TRUE(code == expected || code == qv::kInputOutput)
-            << "a source failing at " << at << " gave " << code << " instead of " << expected;
-    }
+    });
     auto reader = readerOf(bytes);
     return parse(reader);
 }
@@ -134,19 +142,16 @@ inline QVMedia* openBytes(const Bytes& bytes, std::uint32_t& code)
     return qv::openMedia([&] { return sourceOf(bytes); }, nullptr, nullptr, &code);
 }
 
-// The code qv_media_open gives for these bytes (0 when it opens). Opened once more for every
-// offset with a source that fails there: each must end with the same code or kInputOutput.
+// The code qv_media_open gives for these bytes (0 when it opens), checked at every failing offset.
 inline std::uint32_t openCode(const Bytes& bytes)
 {
     std::uint32_t expected = 99;
     qv_media_close(openBytes(bytes, expected));
-    for (std::uint64_t at = 0; at < bytes.size(); ++at) {
+    atEveryFailure(bytes, expected, [&](auto failing) {
         std::uint32_t code = 99;
-        qv_media_close(qv::openMedia([&] { return std::make_unique<FailingSource>(bytes, at); },
-                                     nullptr, nullptr, &code));
-        EXPECT_TRUE(code == expected || code == qv::kInputOutput)
-            << "a source failing at " << at << " gave " << code << " instead of " << expected;
-    }
+        qv_media_close(qv::openMedia(failing, nullptr, nullptr, &code));
+        return code;
+    });
     return expected;
 }
 
@@ -156,6 +161,17 @@ inline Bytes cat(std::initializer_list<Bytes> parts)
     for (const auto& p : parts)
         out.insert(out.end(), p.begin(), p.end());
     return out;
+}
+
+inline Bytes text(const std::string& s)
+{
+    return Bytes(s.begin(), s.end());
+}
+
+inline std::uint32_t be32(const Bytes& b, std::size_t at)
+{
+    return std::uint32_t(b[at]) << 24 | std::uint32_t(b[at + 1]) << 16 |
+           std::uint32_t(b[at + 2]) << 8 | b[at + 3];
 }
 
 inline Bytes be(std::uint64_t value, int bytes)

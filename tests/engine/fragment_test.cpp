@@ -90,15 +90,9 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> cuesAtClusters(int count)
     return cued;
 }
 
-std::uint32_t u32(const Bytes& b, std::size_t at)
-{
-    return std::uint32_t(b[at]) << 24 | std::uint32_t(b[at + 1]) << 16 |
-           std::uint32_t(b[at + 2]) << 8 | b[at + 3];
-}
-
 std::uint64_t u64(const Bytes& b, std::size_t at)
 {
-    return std::uint64_t(u32(b, at)) << 32 | u32(b, at + 4);
+    return std::uint64_t(be32(b, at)) << 32 | be32(b, at + 4);
 }
 
 std::string type(const Bytes& b, std::size_t at)
@@ -169,7 +163,7 @@ TEST(Fragments, BoxesPayloadsAndContinuingDecodeTimes)
     std::vector<std::uint64_t> tfdts, sums;
     std::size_t fragment = 0;
     for (std::size_t at = 0; at < whole.size();) {
-        std::uint64_t size = u32(whole, at);
+        std::uint64_t size = be32(whole, at);
         const auto t = type(whole, at);
         if (size == 1) size = u64(whole, at + 8);
         types.push_back(t);
@@ -184,10 +178,10 @@ TEST(Fragments, BoxesPayloadsAndContinuingDecodeTimes)
             EXPECT_EQ(type(whole, traf + 8 + 16), "tfdt");
             tfdts.push_back(u64(whole, traf + 8 + 16 + 12));
             std::uint64_t sum = 0;
-            for (auto p = traf + 8 + 16 + 20 + 28; p < at + size; p += u32(whole, p)) {
+            for (auto p = traf + 8 + 16 + 20 + 28; p < at + size; p += be32(whole, p)) {
                 EXPECT_EQ(type(whole, p), "trun");
-                for (std::uint32_t i = 0; i < u32(whole, p + 12); ++i)
-                    sum += u32(whole, p + 20 + 8 * i);
+                for (std::uint32_t i = 0; i < be32(whole, p + 12); ++i)
+                    sum += be32(whole, p + 20 + 8 * i);
             }
             sums.push_back(sum);
         }
@@ -206,8 +200,8 @@ TEST(Fragments, BoxesPayloadsAndContinuingDecodeTimes)
                                             "moof", "free", "mdat", "moof", "free",
                                             "mdat", "moof", "free", "mdat", "mfra"};
     EXPECT_EQ(types, expected);
-    EXPECT_EQ(u32(whole, whole.size() - 4),
-              u32(whole, whole.size() - u32(whole, whole.size() - 4)));
+    EXPECT_EQ(be32(whole, whole.size() - 4),
+              be32(whole, whole.size() - be32(whole, whole.size() - 4)));
     ASSERT_EQ(tfdts.size(), 4u);
     for (std::size_t i = 0; i + 1 < tfdts.size(); ++i)
         EXPECT_EQ(tfdts[i + 1], tfdts[i] + sums[i]) << "fragment " << i + 1;

@@ -44,12 +44,6 @@ std::vector<std::size_t> find(const Bytes& data, const std::string& type)
     return at;
 }
 
-std::uint32_t be32(const Bytes& d, std::size_t at)
-{
-    return (std::uint32_t(d[at]) << 24) | (std::uint32_t(d[at + 1]) << 16) |
-           (std::uint32_t(d[at + 2]) << 8) | d[at + 3];
-}
-
 void prepare(qv::Index& index)
 {
     const Bytes bytes(64, 0);

@@ -34,11 +34,6 @@ bool contains(const Bytes& data, const Bytes& part)
     return std::search(data.begin(), data.end(), part.begin(), part.end()) != data.end();
 }
 
-Bytes text(const std::string& s)
-{
-    return Bytes(s.begin(), s.end());
-}
-
 } // namespace
 
 TEST(TrackInfo, QueriesAndMovieCarryLanguagesAndNames)

@@ -74,84 +74,59 @@ TEST(TransportStream, SectionCrcIsTheMpegVariant)
               0x0376E6E7u);
 }
 
-TEST(TransportStream, StreamTypesGiveAudioAndVideo)
+// Each case: a stream and the kinds its programme maps announce.
+TEST(TransportStream, PresenceFromProgrammeMaps)
 {
     const Bytes programs = packet(0, pat({{1, 0x1000}}));
-    EXPECT_EQ(presence(stream({programs, packet(0x1000, pmt({0x1B, 0x0F}))})), kAudio | kVideo);
-    EXPECT_EQ(presence(stream({programs, packet(0x1000, pmt({0x87}))})), kAudio);
-    EXPECT_EQ(presence(stream({programs, packet(0x1000, pmt({0x24, 0x86}))})), kVideo);
-    EXPECT_EQ(presence(stream({programs, packet(0x1000, pmt({0x06, 0x86}))})), 0u);
-    // The programme map may come before the association table that names it: not followed.
-    EXPECT_EQ(presence(stream({packet(0x1000, pmt({0x1B})), programs})), 0u);
-}
-
-TEST(TransportStream, PacketGrids)
-{
-    const Bytes programs = packet(0, pat({{1, 0x1000}}));
-    const Bytes map = packet(0x1000, pmt({0x1B}));
-    // (192-byte packets are covered by the generated M2TS fixture of the oracle.)
-    // 204-byte packets with 16 parity bytes after each; the grid needs five whole packets after
-    // the start offset.
+    const auto mapOf = [](const Bytes& types) { return packet(0x1000, pmt(types)); };
+    const Bytes map = mapOf({0x1B});
+    // 204-byte packets carry 16 parity bytes after each; the grid needs five whole packets after
+    // the start offset. (192-byte packets are covered by the oracle's M2TS fixture.)
     const Bytes parity(16, 0);
-    EXPECT_EQ(
-        presence(cat({programs, parity, map, parity, kNull, parity, kNull, parity, kNull, parity})),
-        kVideo);
-    // A 4-byte prefix before 188-byte packets.
     const Bytes plain = stream({programs, map});
-    EXPECT_EQ(presence(cat({Bytes(4, 0), plain})), kVideo);
-
-    // Fewer than five packets, and data without any grid.
-    EXPECT_EQ(presence(Bytes(plain.begin(), plain.begin() + 4 * 188 + 187)), 0u);
-    EXPECT_EQ(presence(Bytes(4096, 0x47 ^ 0xFF)), 0u);
-    EXPECT_EQ(presence({}), 0u);
-}
-
-TEST(TransportStream, SectionSpanningPackets)
-{
-    // A programme map with many descriptors is split over two packets of its PID.
+    // A programme map with many descriptors, split over two packets of its PID.
     Bytes body{0xE1, 0x00, 0xF0, 0xC8};
     body.insert(body.end(), 200, 0xAA);
     body.insert(body.end(), {0x1B, 0xE1, 0x00, 0xF0, 0x00, 0x0F, 0xE1, 0x01, 0xF0, 0x00});
-    const Bytes map = section(2, 1, body);
-    const Bytes first(map.begin(), map.begin() + 183);
-    const Bytes rest(map.begin() + 183, map.end());
-    EXPECT_EQ(presence(stream({packet(0, pat({{1, 0x1000}})), packet(0x1000, first),
-                               packet(0x1000, rest, false)})),
-              kAudio | kVideo);
-    // A continuation without a start on that PID is ignored.
-    EXPECT_EQ(presence(stream({packet(0, pat({{1, 0x1000}})), packet(0x1000, rest, false)})), 0u);
-}
-
-TEST(TransportStream, DamagedTablesAreIgnored)
-{
-    const Bytes programs = packet(0, pat({{1, 0x1000}}));
+    const Bytes long_ = section(2, 1, body);
+    const Bytes first(long_.begin(), long_.begin() + 183), rest(long_.begin() + 183, long_.end());
     Bytes badCrc = pmt({0x1B});
     badCrc.back() ^= 1;
-    EXPECT_EQ(presence(stream({programs, packet(0x1000, badCrc)})), 0u);
-
     // An elementary-stream info length that runs past the section drops the whole section.
     Bytes overrun = pmt({0x0F, 0x1B});
     overrun[12 + 5 + 4] = 0x20;
     overrun.resize(overrun.size() - 4);
     appendCrc(overrun);
-    EXPECT_EQ(presence(stream({programs, packet(0x1000, overrun)})), 0u);
+    std::vector<std::pair<std::uint16_t, std::uint16_t>> many; // 17 programmes: 16 are followed
+    for (std::uint16_t i = 0; i < 17; ++i)
+        many.push_back({static_cast<std::uint16_t>(i + 1), static_cast<std::uint16_t>(0x1000 + i)});
+    const std::vector<std::pair<Bytes, std::uint32_t>> cases{
+        {stream({programs, mapOf({0x1B, 0x0F})}), kAudio | kVideo},
+        {stream({programs, mapOf({0x87})}), kAudio},
+        {stream({programs, mapOf({0x24, 0x86})}), kVideo},
+        {stream({programs, mapOf({0x06, 0x86})}), 0},
+        {stream({map, programs}), 0}, // a map before the table that names it is not followed
+        {cat({programs, parity, map, parity, kNull, parity, kNull, parity, kNull, parity}), kVideo},
+        {cat({Bytes(4, 0), plain}), kVideo}, // a 4-byte prefix before 188-byte packets
+        {Bytes(plain.begin(), plain.begin() + 4 * 188 + 187), 0}, // fewer than five packets
+        {Bytes(4096, 0x47 ^ 0xFF), 0},
+        {{}, 0},
+        {stream({programs, packet(0x1000, first), packet(0x1000, rest, false)}), kAudio | kVideo},
+        {stream({programs, packet(0x1000, rest, false)}), 0}, // a continuation without a start
+        {stream({programs, packet(0x1000, badCrc)}), 0},
+        {stream({programs, packet(0x1000, overrun)}), 0},
+        {stream({packet(0, pat(many)), packet(0x100F, pmt({0x1B}))}), kVideo},
+        {stream({packet(0, pat(many)), packet(0x1010, pmt({0x1B}))}), 0},
+        // Programme number 0 names the network table, not a programme map.
+        {stream({packet(0, pat({{0, 0x1000}})), map}), 0},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        EXPECT_EQ(presence(cases[i].first), cases[i].second) << i;
 
     // Transport errors, scrambling, adaptation-only packets and a pointer field past the packet.
     for (const auto& [at, value] : {std::pair{1, 0xD0}, {3, 0x90}, {3, 0x20}, {4, 183}}) {
-        Bytes damaged = packet(0x1000, pmt({0x1B}));
+        Bytes damaged = map;
         damaged[at] = static_cast<std::uint8_t>(value);
         EXPECT_EQ(presence(stream({programs, damaged})), 0u) << at << " " << value;
     }
-}
-
-TEST(TransportStream, AtMostSixteenProgrammesAreFollowed)
-{
-    std::vector<std::pair<std::uint16_t, std::uint16_t>> many;
-    for (std::uint16_t i = 0; i < 17; ++i)
-        many.push_back({static_cast<std::uint16_t>(i + 1), static_cast<std::uint16_t>(0x1000 + i)});
-    const Bytes programs = packet(0, pat(many));
-    EXPECT_EQ(presence(stream({programs, packet(0x100F, pmt({0x1B}))})), kVideo);
-    EXPECT_EQ(presence(stream({programs, packet(0x1010, pmt({0x1B}))})), 0u);
-    // Programme number 0 names the network table, not a programme map.
-    EXPECT_EQ(presence(stream({packet(0, pat({{0, 0x1000}})), packet(0x1000, pmt({0x1B}))})), 0u);
 }
