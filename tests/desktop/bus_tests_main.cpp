@@ -12,14 +12,9 @@ int main(int argc, char** argv)
     qputenv("QT_MEDIA_BACKEND", "gstreamer");
     QGuiApplication app(argc, argv);
     const char* only = argc > 1 && std::strncmp(argv[1], "Test", 4) == 0 ? argv[1] : nullptr;
-    if (only) {
-        argv[1] = argv[0];
-        ++argv;
-        --argc;
-    }
-    int failed = 0;
-    if (!only || std::strcmp(only, "TestMpris") == 0) failed += runMprisTests(argc, argv);
-    if (!only || std::strcmp(only, "TestScreenSaver") == 0)
-        failed += runScreenSaverTests(argc, argv);
+    if (only) argv[1] = argv[0], ++argv, --argc;
+    const auto wanted = [only](const char* name) { return !only || std::strcmp(only, name) == 0; };
+    const int failed = (wanted("TestMpris") ? runMprisTests(argc, argv) : 0) +
+                       (wanted("TestScreenSaver") ? runScreenSaverTests(argc, argv) : 0);
     return failed != 0 ? 1 : 0;
 }
