@@ -110,13 +110,14 @@ private slots:
             qputenv("WAYLAND_DISPLAY", wayland);
             qputenv("DISPLAY", x11);
         });
-        qunsetenv("WAYLAND_DISPLAY");
-        qputenv("DISPLAY", ":7");
-        const QString seven = SingleInstance::defaultServerName();
-        qputenv("DISPLAY", ":8.0");
-        const QString eight = SingleInstance::defaultServerName();
-        qputenv("WAYLAND_DISPLAY", "wayland-0");
-        const QString wayland0 = SingleInstance::defaultServerName();
+        const auto serverFor = [](const char* waylandDisplay, const char* display) {
+            waylandDisplay ? qputenv("WAYLAND_DISPLAY", waylandDisplay)
+                           : qunsetenv("WAYLAND_DISPLAY");
+            qputenv("DISPLAY", display);
+            return SingleInstance::defaultServerName();
+        };
+        const QString seven = serverFor(nullptr, ":7"), eight = serverFor(nullptr, ":8.0"),
+                      wayland0 = serverFor("wayland-0", ":8.0");
         QVERIFY(seven.endsWith("quorvane-player-7.socket") ||
                 seven.endsWith("quorvane-player-7-" + qgetenv("USER")));
         QVERIFY(seven != eight && eight != wayland0 && wayland0.contains("wayland-0"));
