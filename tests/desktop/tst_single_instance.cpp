@@ -35,6 +35,18 @@ class TestSingleInstance : public QObject {
         return process;
     }
 
+    // A later launch with `files` exits at once; the running probe reports `expected`.
+    void handOver(QProcess& primary, const QStringList& files, const QByteArray& expected)
+    {
+        QByteArray line;
+        auto second = launch(files, &line);
+        QCOMPARE(line, "handed over");
+        QVERIFY(second->waitForFinished(10000));
+        QCOMPARE(second->exitCode(), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(primary.canReadLine(), 10000);
+        QCOMPARE(primary.readLine().trimmed(), expected);
+    }
+
     static void stop(QProcess& process)
     {
         process.kill();
@@ -58,15 +70,8 @@ private slots:
              "files: " + QUrl::fromLocalFile(a).toString().toUtf8() + " file:///tmp/x.mp4"},
             {{}, "files:"},
         };
-        for (const auto& c : cases) {
-            QByteArray secondLine;
-            auto second = launch(c.arguments, &secondLine);
-            QCOMPARE(secondLine, "handed over");
-            QVERIFY(second->waitForFinished(10000));
-            QCOMPARE(second->exitCode(), 0);
-            QTRY_VERIFY_WITH_TIMEOUT(primary->canReadLine(), 10000);
-            QCOMPARE(primary->readLine().trimmed(), c.expected);
-        }
+        for (const auto& c : cases)
+            handOver(*primary, c.arguments, c.expected);
 
         // Garbage and an oversized message are dropped; the next real launch still gets through.
         for (const QByteArray& junk : {QByteArray("{not json"), QByteArray(5 << 20, '[')}) {
@@ -77,12 +82,7 @@ private slots:
             socket.disconnectFromServer();
             if (socket.state() != QLocalSocket::UnconnectedState) socket.waitForDisconnected(5000);
         }
-        QByteArray secondLine;
-        auto second = launch({a}, &secondLine);
-        QCOMPARE(secondLine, "handed over");
-        QVERIFY(second->waitForFinished(10000));
-        QTRY_VERIFY_WITH_TIMEOUT(primary->canReadLine(), 10000);
-        QVERIFY(primary->readLine().startsWith("files: file://"));
+        handOver(*primary, {a}, "files: " + QUrl::fromLocalFile(a).toString().toUtf8());
         QCOMPARE(primary->state(), QProcess::Running);
         stop(*primary);
     }
@@ -98,10 +98,8 @@ private slots:
 
         auto next = launch({}, &line);
         QCOMPARE(line, "primary");
-        QByteArray secondLine;
-        auto second = launch({m_dir.filePath("c.mp4")}, &secondLine);
-        QCOMPARE(secondLine, "handed over");
-        QVERIFY(second->waitForFinished(10000));
+        const QString c = m_dir.filePath("c.mp4");
+        handOver(*next, {c}, "files: " + QUrl::fromLocalFile(c).toString().toUtf8());
         stop(*next);
     }
 
@@ -112,13 +110,14 @@ private slots:
             qputenv("WAYLAND_DISPLAY", wayland);
             qputenv("DISPLAY", x11);
         });
-        qunsetenv("WAYLAND_DISPLAY");
-        qputenv("DISPLAY", ":7");
-        const QString seven = SingleInstance::defaultServerName();
-        qputenv("DISPLAY", ":8.0");
-        const QString eight = SingleInstance::defaultServerName();
-        qputenv("WAYLAND_DISPLAY", "wayland-0");
-        const QString wayland0 = SingleInstance::defaultServerName();
+        const auto serverFor = [](const char* waylandDisplay, const char* display) {
+            waylandDisplay ? qputenv("WAYLAND_DISPLAY", waylandDisplay)
+                           : qunsetenv("WAYLAND_DISPLAY");
+            qputenv("DISPLAY", display);
+            return SingleInstance::defaultServerName();
+        };
+        const QString seven = serverFor(nullptr, ":7"), eight = serverFor(nullptr, ":8.0"),
+                      wayland0 = serverFor("wayland-0", ":8.0");
         QVERIFY(seven.endsWith("quorvane-player-7.socket") ||
                 seven.endsWith("quorvane-player-7-" + qgetenv("USER")));
         QVERIFY(seven != eight && eight != wayland0 && wayland0.contains("wayland-0"));
