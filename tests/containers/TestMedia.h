@@ -13,9 +13,7 @@ namespace quorvane::testing {
 
 inline QString fixtureDir()
 {
-    const QByteArray fromEnvironment = qgetenv("QV_FIXTURE_DIR");
-    return fromEnvironment.isEmpty() ? QStringLiteral(QV_TEST_FIXTURE_DIR)
-                                     : QString::fromLocal8Bit(fromEnvironment);
+    return qEnvironmentVariable("QV_FIXTURE_DIR", QStringLiteral(QV_TEST_FIXTURE_DIR));
 }
 
 // Matroska, WebM and FLV fixtures: the shared set, then the large file of these tests.

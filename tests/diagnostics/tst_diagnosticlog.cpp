@@ -4,7 +4,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -100,7 +99,6 @@ private slots:
         log.record(event, {{"paused", "true"}});
         clock.advanceMs(500);
         log.record(event, {{"paused", "true"}});
-        QCOMPARE(log.entries().size(), 1);
         log.record(event, {{"paused", "false"}}); // other fields: a new event
         QCOMPARE(log.entries().size(), 2);
         clock.advanceMs(1000);
@@ -153,8 +151,7 @@ private slots:
         QVERIFY(file.open(QIODevice::ReadOnly));
         const QByteArray raw = file.readAll();
         QVERIFY(!raw.contains('\n'));
-        const auto entry = QJsonDocument::fromJson(raw).array().first().toObject();
-        QCOMPARE(entry.value("time").toDouble(), 86400.25);
+        QCOMPARE(QJsonDocument::fromJson(raw)[0]["time"].toDouble(), 86400.25);
 
         const DiagnosticLog reloaded(path, clock.clock());
         QCOMPARE(reloaded.entries(),
@@ -164,8 +161,7 @@ private slots:
         writeFile(dir.filePath(u"blocker"_s), "x");
         DiagnosticLog blocked(dir.filePath(u"blocker/Logs/diagnostics.json"_s), clock.clock());
         blocked.record(u"media.open"_s);
-        QVERIFY(blocked.storageFailed());
-        QCOMPARE(blocked.entries().size(), 1);
+        QVERIFY(blocked.storageFailed() && blocked.entries().size() == 1);
         QVERIFY(blocked.report({}).startsWith(u"Diagnostics v1  storage=unavailable\n"_s));
     }
 
@@ -254,15 +250,14 @@ private slots:
         QTemporaryDir dir;
         const QString path = dir.filePath(u"diagnostics.json"_s);
         DiagnosticLog log(path);
-        std::vector<std::thread> threads;
-        for (int t = 0; t < 4; ++t) {
-            threads.emplace_back([&log, t] {
-                for (int i = 0; i < 40; ++i)
-                    log.record(u"t%1.e%2"_s.arg(t).arg(i));
-            });
+        {
+            std::vector<std::jthread> threads;
+            for (int t = 0; t < 4; ++t)
+                threads.emplace_back([&log, t] {
+                    for (int i = 0; i < 40; ++i)
+                        log.record(u"t%1.e%2"_s.arg(t).arg(i));
+                });
         }
-        for (auto& thread : threads)
-            thread.join();
         QCOMPARE(log.entries().size(), 160);
         QCOMPARE(readArray(path).size(), 160);
     }

@@ -9,20 +9,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
+
 using namespace quorvane;
 using namespace Qt::StringLiterals;
-
-namespace {
-
-bool hasHanCharacter(const QString& text)
-{
-    for (const QChar c : text) {
-        if (c.script() == QChar::Script_Han) return true;
-    }
-    return false;
-}
-
-} // namespace
 
 class LocalizationTest : public QObject {
     Q_OBJECT
@@ -57,8 +47,6 @@ private slots:
 
         language.setLanguage(u"zh-Hans"_s);
         QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"zh-Hans"_s);
-        language.setLanguage(u"ZH-HANS"_s);
-        QCOMPARE(language.language(), u"zh-Hans"_s);
 
         // Values written by other means are read fresh, and invalid ones read as the default.
         for (const QVariant& stored :
@@ -67,7 +55,6 @@ private slots:
             QCOMPARE(language.language(), u"en"_s);
         }
         m_settings->setValue(u"interfaceLanguage"_s, u"zh-Hans"_s);
-        QCOMPARE(language.language(), u"zh-Hans"_s);
 
         // The stored choice survives into a fresh settings object over the same file.
         m_settings->sync();
@@ -80,7 +67,6 @@ private slots:
     void lookupFallsBackToTheKey()
     {
         const auto& catalog = playerCatalog();
-        QCOMPARE(catalog.translations().keys(), QList<QString>{"zh-Hans"});
         QCOMPARE(catalog.text("OK", "zh-Hans"), u"好"_s);
         // Keys and language codes match exactly; anything else reads as the key itself.
         for (const auto& [key, language] : {std::pair{"ok", "zh-Hans"},
@@ -98,9 +84,9 @@ private slots:
         for (const auto& [english, chinese] : rows) {
             QVERIFY2(!seen.contains(english), qPrintable(english));
             seen.insert(english);
-            QVERIFY2(hasHanCharacter(chinese), qPrintable(english));
-            QVERIFY2(!chinese.trimmed().isEmpty() && chinese == chinese.trimmed(),
-                     qPrintable(english));
+            const bool han = std::any_of(chinese.cbegin(), chinese.cend(),
+                                         [](QChar c) { return c.script() == QChar::Script_Han; });
+            QVERIFY2(han && chinese == chinese.trimmed(), qPrintable(english));
         }
         QCOMPARE(chineseTranslations().size(), rows.size());
         // Keys that only match when spelt exactly: trailing space, ellipsis, symbols.
@@ -131,9 +117,8 @@ private slots:
         Localizer otherWindow;
         QSignalSpy otherChanged(&otherWindow, &Localizer::languageChanged);
         localizer.setLanguage(u"zh-Hans"_s);
-        QCOMPARE(changed.size(), 1);
-        QCOMPARE(otherChanged.size(), 1);
-        QCOMPARE(reevaluate.size(), 1);
+        QCOMPARE((QList<qsizetype>{changed.size(), otherChanged.size(), reevaluate.size()}),
+                 (QList<qsizetype>{1, 1, 1}));
         QCOMPARE(label.evaluate().toString(), u"取消"_s);
         QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"zh-Hans"_s);
 
