@@ -1,12 +1,10 @@
 #pragma once
-// What the native backend's tests share: the fixture location, an event recorder and a wait that
-// keeps the event loop (and with it GStreamer's bus) running.
+// What the native backend's tests share: fixtures, an event recorder and a wait that keeps the
+// event loop (and with it GStreamer's bus) running.
 #include "PlaybackBackend.h"
 
-#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QList>
-#include <QString>
 #include <QTest>
 #include <QUrl>
 
@@ -14,16 +12,9 @@
 
 namespace quorvane::testing {
 
-inline QString fixtureDir()
-{
-    const QByteArray fromEnvironment = qgetenv("QV_NATIVE_FIXTURE_DIR");
-    return fromEnvironment.isEmpty() ? QStringLiteral(QV_NATIVE_FIXTURE_DIR)
-                                     : QString::fromLocal8Bit(fromEnvironment);
-}
-
 inline QUrl fixture(const QString& name)
 {
-    return QUrl::fromLocalFile(fixtureDir() + QLatin1Char('/') + name);
+    return QUrl::fromLocalFile(QStringLiteral(QV_NATIVE_FIXTURE_DIR "/") + name);
 }
 
 // Spins the event loop until `done` holds or `ms` pass; returns whether it holds.
@@ -44,7 +35,6 @@ struct EventRecorder {
     {
         return [this](const PlaybackEvent& event) { events.append(event); };
     }
-
     template <typename T> QList<T> all() const
     {
         QList<T> found;

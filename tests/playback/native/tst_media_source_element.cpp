@@ -3,9 +3,7 @@
 #include "ContainerAsset.h"
 #include "MediaSourceElement.h"
 
-#include <QByteArray>
 #include <QCoreApplication>
-#include <QString>
 
 #include <gst/gst.h>
 #include <gtest/gtest.h>
@@ -14,13 +12,7 @@ using namespace quorvane;
 
 namespace {
 
-QString fixturePath(const char* name)
-{
-    return QStringLiteral(QV_NATIVE_FIXTURE_DIR "/") + QLatin1String(name);
-}
-
-// A source made for `uri` the way uridecodebin makes one, its pad active in pull mode (which
-// starts it) when `pull` holds.
+// A source made for `uri` the way uridecodebin makes one, its pad active in pull mode.
 struct Source {
     GstElement* element = nullptr;
     GstPad* pad = nullptr;
@@ -44,17 +36,16 @@ struct Source {
         gst_object_unref(element);
     }
 
-    // The bytes at [offset, offset + size) or the flow result that refused them.
+    // The bytes at [offset, offset + size) and the flow result.
     std::pair<GstFlowReturn, QByteArray> read(guint64 offset, guint size) const
     {
         GstBuffer* buffer = nullptr;
         const GstFlowReturn flow = gst_pad_get_range(pad, offset, size, &buffer);
         QByteArray bytes;
         if (buffer) {
-            GstMapInfo map;
-            gst_buffer_map(buffer, &map, GST_MAP_READ);
-            bytes = QByteArray(reinterpret_cast<const char*>(map.data), qsizetype(map.size));
-            gst_buffer_unmap(buffer, &map);
+            gsize n = gst_buffer_get_size(buffer);
+            bytes.resize(qsizetype(n));
+            gst_buffer_extract(buffer, 0, bytes.data(), n);
             gst_buffer_unref(buffer);
         }
         return {flow, bytes};
@@ -68,7 +59,7 @@ TEST(MediaSourceElement, ServesTheAssetsBytesUntilItIsInvalidated)
     int argc = 0;
     QCoreApplication app(argc, nullptr); // the asset's read-ahead thread runs an event loop
     ASSERT_TRUE(mediasource::registerElement());
-    auto media = ContainerMedia::open(fixturePath("native-h264-aac.mkv"));
+    auto media = ContainerMedia::open(QStringLiteral(QV_NATIVE_FIXTURE_DIR "/native-h264-aac.mkv"));
     ContainerAsset asset(media);
     // Qt hands the UUID on in lower case, but any case finds the asset.
     QByteArray uri = asset.url().toEncoded();
@@ -76,24 +67,17 @@ TEST(MediaSourceElement, ServesTheAssetsBytesUntilItIsInvalidated)
 
     Source source(uri);
     ASSERT_NE(source.element, nullptr);
-    GstElementFactory* factory = gst_element_get_factory(source.element);
-    EXPECT_STREQ(GST_OBJECT_NAME(factory), mediasource::kElementName);
+    EXPECT_STREQ(GST_OBJECT_NAME(gst_element_get_factory(source.element)),
+                 mediasource::kElementName);
     ASSERT_TRUE(source.started);
-
     const quint64 length = media->length();
-    const struct {
-        guint64 offset;
-        guint size;
-    } ranges[] = {
-        {0, 4096},                                   // the header, as typefind reads it
-        {1000, 3 * ContainerAsset::kPieceSize + 17}, // several pieces in one buffer
-        {length - 10, 1000},                         // cut at the end
-    };
-    for (const auto& range : ranges) {
-        const auto [flow, bytes] = source.read(range.offset, range.size);
-        EXPECT_EQ(flow, GST_FLOW_OK) << range.offset;
-        EXPECT_EQ(bytes, media->read(range.offset, std::min<quint64>(range.size, 1'048'576)))
-            << range.offset;
+    // The header as typefind reads it, several pieces in one buffer, a range cut at the end.
+    const std::pair<guint64, guint> ranges[] = {
+        {0, 4096}, {1000, 3 * ContainerAsset::kPieceSize + 17}, {length - 10, 1000}};
+    for (const auto& [offset, size] : ranges) {
+        const auto [flow, bytes] = source.read(offset, size);
+        EXPECT_EQ(flow, GST_FLOW_OK) << offset;
+        EXPECT_EQ(bytes, media->read(offset, std::min<quint64>(size, 1'048'576))) << offset;
     }
     EXPECT_EQ(source.read(length, 10).first, GST_FLOW_EOS);
 
@@ -107,7 +91,6 @@ TEST(MediaSourceElement, UnknownAssetsAndForeignUrisAreRefused)
 {
     ASSERT_TRUE(mediasource::registerElement());
     EXPECT_FALSE(Source("quorvane-media://00000000-0000-0000-0000-000000000000/movie.mp4").started);
-
     // A URI of another kind is refused outright when set on the element.
     GstElement* element = gst_element_factory_make(mediasource::kElementName, nullptr);
     ASSERT_NE(element, nullptr);

@@ -10,61 +10,57 @@
 
 using namespace quorvane;
 
-TEST(NativeMediaInfo, ContainerPathByExtensionInAnyCase)
+TEST(NativeMediaInfo, PathsByExtensionInAnyCase)
 {
-    for (const char* name :
-         {"/m/a.mkv", "/m/a.MKV", "/m/a.Mka", "/m/a.webm", "/m/a.WebM", "/m/a.flv"})
-        EXPECT_TRUE(nativemedia::usesContainerPath(QUrl::fromLocalFile(name))) << name;
-    for (const char* name : {"/m/a.mp4", "/m/a.ogg", "/m/mkv", "/m/a.mkv.mp4", "/m/a.ts"})
-        EXPECT_FALSE(nativemedia::usesContainerPath(QUrl::fromLocalFile(name))) << name;
-    EXPECT_TRUE(nativemedia::isTransportStream(QUrl::fromLocalFile("/m/a.M2TS")));
-    EXPECT_TRUE(nativemedia::isTransportStream(QUrl::fromLocalFile("/m/a.mts")));
-    EXPECT_FALSE(nativemedia::isTransportStream(QUrl::fromLocalFile("/m/a.mkv")));
+    const auto list = standardSlots();
+    ASSERT_FALSE(list.empty());
+    EXPECT_EQ(list.front().id, QStringLiteral("native"));
+    const auto& platform = list.back();
+    EXPECT_EQ(platform.id, QStringLiteral("platform"));
+    // name, container path (and so the platform slot), transport stream
+    const std::tuple<const char*, bool, bool> cases[] = {
+        {"/m/a.mkv", true, false},  {"/m/a.MKV", true, false},  {"/m/a.Mka", true, false},
+        {"/m/a.WebM", true, false}, {"/m/a.Flv", true, false},  {"/m/a.mp4", false, false},
+        {"/m/a.ogg", false, false}, {"/m/mkv", false, false},   {"/m/a.mkv.mp4", false, false},
+        {"/m/a.ts", false, true},   {"/m/a.M2TS", false, true}, {"/m/a.mts", false, true}};
+    for (const auto& [name, container, ts] : cases) {
+        const QUrl url = QUrl::fromLocalFile(name);
+        EXPECT_EQ(nativemedia::usesContainerPath(url), container) << name;
+        EXPECT_EQ(platform.accepts(url), container) << name;
+        EXPECT_EQ(nativemedia::isTransportStream(url), ts) << name;
+    }
+    EXPECT_FALSE(platform.accepts(QUrl("https://example.invalid/a.mkv")));
 }
 
 TEST(NativeMediaInfo, DisplaySizeFollowsQuarterTurns)
 {
-    const QSize coded(1920, 1080);
-    EXPECT_EQ(nativemedia::displaySize(coded, 0), QSizeF(1920, 1080));
-    EXPECT_EQ(nativemedia::displaySize(coded, 90), QSizeF(1080, 1920));
-    EXPECT_EQ(nativemedia::displaySize(coded, 180), QSizeF(1920, 1080));
-    EXPECT_EQ(nativemedia::displaySize(coded, 270), QSizeF(1080, 1920));
-    EXPECT_EQ(nativemedia::displaySize(coded, -90), QSizeF(1080, 1920));
+    for (int degrees : {0, 180})
+        EXPECT_EQ(nativemedia::displaySize(QSize(1920, 1080), degrees), QSizeF(1920, 1080));
+    for (int degrees : {90, 270, -90})
+        EXPECT_EQ(nativemedia::displaySize(QSize(1920, 1080), degrees), QSizeF(1080, 1920));
     EXPECT_EQ(nativemedia::displaySize(QSize(), 90), QSizeF());
-
     EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("rotate-270")), 270);
     EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("flip-rotate-90")), 90);
     EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("flip-horizontal-1")), 0);
     EXPECT_EQ(nativemedia::rotationDegrees(180), 180);
     EXPECT_EQ(nativemedia::rotationDegrees(QVariant()), 0);
-}
-
-TEST(NativeMediaInfo, OnlyPqAndHlgAreHdr)
-{
     EXPECT_TRUE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_ST2084));
     EXPECT_TRUE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_STD_B67));
     EXPECT_FALSE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_BT709));
     EXPECT_FALSE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_Unknown));
+    EXPECT_EQ(nativemedia::durationSeconds(-5), 0.0);
 }
 
 TEST(NativeMediaInfo, TracksAreNumberedFromOnePerKindAndLabelled)
 {
-    QMediaMetaData titled;
-    titled.insert(QMediaMetaData::Title, QStringLiteral("Commentary"));
-    titled.insert(QMediaMetaData::Language, QVariant::fromValue(QLocale::German));
-    QMediaMetaData german;
+    QMediaMetaData german, titled;
     german.insert(QMediaMetaData::Language, QVariant::fromValue(QLocale::German));
-    const QMediaMetaData bare;
-
-    const auto tracks = nativemedia::playbackTracks({german, titled}, {bare});
-    ASSERT_EQ(tracks.size(), 3);
-    EXPECT_EQ(tracks[0], (PlaybackTrack{1, PlaybackTrackKind::Audio, QStringLiteral("German")}));
-    EXPECT_EQ(tracks[1],
-              (PlaybackTrack{2, PlaybackTrackKind::Audio, QStringLiteral("Commentary")}));
-    EXPECT_EQ(tracks[2],
-              (PlaybackTrack{1, PlaybackTrackKind::Subtitle, QStringLiteral("Track 1")}));
-    EXPECT_EQ(nativemedia::durationSeconds(-5), 0.0);
-    EXPECT_EQ(nativemedia::durationSeconds(2500), 2.5);
+    titled = german;
+    titled.insert(QMediaMetaData::Title, QStringLiteral("Commentary"));
+    EXPECT_EQ(nativemedia::playbackTracks({german, titled}, {QMediaMetaData{}}),
+              (QList<PlaybackTrack>{{1, PlaybackTrackKind::Audio, QStringLiteral("German")},
+                                    {2, PlaybackTrackKind::Audio, QStringLiteral("Commentary")},
+                                    {1, PlaybackTrackKind::Subtitle, QStringLiteral("Track 1")}}));
 }
 
 TEST(SeekTracker, OnlyTheLatestSeekCompletesAndOnlyOnce)
@@ -75,7 +71,6 @@ TEST(SeekTracker, OnlyTheLatestSeekCompletesAndOnlyOnce)
     seeks.begin(first, 1000, 40);
     const quint64 firstSerial = seeks.serial();
     seeks.begin(second, 2000, 40);
-
     // A picture at the first target no longer completes anything; nor does its fallback.
     EXPECT_EQ(seeks.arrived(1000), std::nullopt);
     EXPECT_EQ(seeks.expire(firstSerial), std::nullopt);
@@ -84,41 +79,16 @@ TEST(SeekTracker, OnlyTheLatestSeekCompletesAndOnlyOnce)
     EXPECT_EQ(seeks.arrived(2000 - 40), second);
     EXPECT_EQ(seeks.arrived(2000), std::nullopt);
     EXPECT_FALSE(seeks.pending());
-
     // After it, up to two frames (pictures stamped before an MP4's edit list), not three.
     seeks.begin(first, 2000, 40);
     EXPECT_EQ(seeks.arrived(2000 + 121), std::nullopt);
     EXPECT_EQ(seeks.arrived(2000 + 80), first);
-}
-
-TEST(SeekTracker, FallbackCompletesTheSeekItWasArmedFor)
-{
-    SeekTracker seeks;
-    const QUuid id = QUuid::createUuid();
-    seeks.begin(id, 5000, 40);
-    EXPECT_EQ(seeks.expire(seeks.serial()), id);
+    // The fallback completes the seek it was armed for, once; clear() (stop, failure) disarms it.
+    seeks.begin(first, 5000, 40);
+    EXPECT_EQ(seeks.expire(seeks.serial()), first);
     EXPECT_EQ(seeks.expire(seeks.serial()), std::nullopt);
-
-    // clear() (stop, failure) disarms a pending fallback too.
-    seeks.begin(id, 5000, 40);
+    seeks.begin(first, 5000, 40);
     const quint64 serial = seeks.serial();
     seeks.clear();
     EXPECT_EQ(seeks.expire(serial), std::nullopt);
-}
-
-TEST(StandardSlots, PlatformComesLastAndTakesOnlyContainers)
-{
-    QStringList ids;
-    const auto list = standardSlots();
-    for (const auto& slot : list)
-        ids.append(slot.id);
-    ASSERT_FALSE(ids.isEmpty());
-    EXPECT_EQ(ids.first(), QStringLiteral("native"));
-    EXPECT_EQ(ids.last(), QStringLiteral("platform"));
-    const auto& platform = list.back();
-    for (const char* name : {"/m/a.mkv", "/m/a.MKA", "/m/a.WebM", "/m/a.Flv"})
-        EXPECT_TRUE(platform.accepts(QUrl::fromLocalFile(name))) << name;
-    for (const char* name : {"/m/a.mp4", "/m/a.ogg", "/m/a.ts"})
-        EXPECT_FALSE(platform.accepts(QUrl::fromLocalFile(name))) << name;
-    EXPECT_FALSE(platform.accepts(QUrl("https://example.invalid/a.mkv")));
 }

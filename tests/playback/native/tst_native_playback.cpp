@@ -11,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
 #include <limits>
 
 using namespace quorvane;
@@ -27,9 +26,10 @@ class NativePlaybackTest : public ::testing::Test {
 protected:
     void SetUp() override { backend.setOnEvent(recorder.handler()); }
 
-    // Opens `name` and waits for Ready, returning its media information.
+    // Opens `name` afresh and waits for Ready, returning its media information.
     PlaybackMediaInfo openReady(const QString& name)
     {
+        recorder.events.clear();
         backend.open(fixture(name));
         EXPECT_TRUE(waitUntil([&] { return recorder.settled(); })) << qPrintable(name);
         const auto ready = recorder.all<Ready>();
@@ -39,40 +39,93 @@ protected:
         return ready.isEmpty() ? PlaybackMediaInfo{} : ready[0].info;
     }
 
-    qint64 failureOf(const QUrl& url)
+    bool seekCompletes(double to, int ms = 3000)
     {
-        backend.open(url);
-        EXPECT_TRUE(waitUntil([&] { return recorder.settled(); }));
-        EXPECT_EQ(recorder.count<Ready>(), 0);
-        const auto failed = recorder.all<Failed>();
-        return failed.size() == 1 ? failed[0].code : 0;
+        const QUuid id = QUuid::createUuid();
+        backend.seek(to, id);
+        return waitUntil(
+            [&] {
+                const auto done = recorder.all<SeekCompleted>();
+                return !done.isEmpty() && done.last().id == id;
+            },
+            ms);
+    }
+
+    // Plays from near the end; the end must come exactly once and the position stay there.
+    void playsToOneEnd(double duration)
+    {
+        backend.seek(duration - 0.4, QUuid::createUuid());
+        backend.play(2.0);
+        ASSERT_TRUE(waitUntil([&] { return recorder.count<Ended>() + recorder.count<Failed>(); }));
+        QTest::qWait(400);
+        EXPECT_EQ(recorder.count<Ended>(), 1);
+        EXPECT_EQ(recorder.count<Failed>(), 0);
+        EXPECT_NEAR(backend.snapshot().position, duration, 0.05);
     }
 
     EventRecorder recorder;
     NativePlayback backend;
 };
 
-void expectH264Movie(const PlaybackMediaInfo& info)
-{
-    EXPECT_NEAR(info.duration, 3.0, 0.05);
-    EXPECT_EQ(info.width, 320);
-    EXPECT_EQ(info.height, 240);
-    EXPECT_NEAR(info.frameRate, 25.0, 0.01);
-    EXPECT_FALSE(info.hdr);
-    EXPECT_EQ(info.tracks, (QList<PlaybackTrack>{{1, PlaybackTrackKind::Audio, "Track 1"}}));
-}
-
 } // namespace
 
-TEST_F(NativePlaybackTest, Mp4OpensWithItsInformationAndPlaysPausesAndEnds)
+TEST_F(NativePlaybackTest, EachContainerOpensWithItsInformationSeeksAndEnds)
 {
-    expectH264Movie(openReady("native-h264-aac.mp4"));
+    const struct {
+        const char* name;
+        double duration;
+        int width, height;
+        double fps;
+        qsizetype tracks;
+        bool hdr;
+    } cases[] = {
+        {"native-h264-aac.mp4", 3.0, 320, 240, 25, 1, false},
+        {"native-h264-aac.mkv", 3.0, 320, 240, 25, 1, false}, // remuxed, like FLV and WebM
+        {"native-h264-aac.flv", 3.0, 320, 240, 25, 1, false},
+        {"native-vp9-opus.webm", 2.0, 320, 240, 25, 1, false},
+        {"native-h264-aac.ts", 3.0, 320, 240, -1, 1, false}, // opens once its probe agrees
+        {"native-rotated.mp4", 3.0, 240, 320, 25, 1, false}, // the displayed size
+        {"native-aac.m4a", 2.0, 0, 0, 0, 1, false},
+        {"native-hdr10.mp4", 1.0, 320, 240, 25, 0, true},
+        {"native-hdr10.mkv", 1.0, 320, 240, 25, 0, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const quint64 readsBefore = mediasource::counters().reads;
+        const auto info = openReady(c.name);
+        EXPECT_NEAR(info.duration, c.duration, 0.05);
+        EXPECT_EQ(info.width, c.width);
+        EXPECT_EQ(info.height, c.height);
+        if (c.fps >= 0) EXPECT_NEAR(info.frameRate, c.fps, 0.01);
+        EXPECT_EQ(info.tracks.size(), c.tracks);
+        EXPECT_EQ(info.hdr, c.hdr);
+        EXPECT_FALSE(info.embeddedSubtitles);
+        // Remuxed files are read through our own source element, never through a device.
+        const QByteArray name(c.name);
+        if (name.endsWith(".mkv") || name.endsWith(".flv") || name.endsWith(".webm"))
+            EXPECT_GT(mediasource::counters().reads, readsBefore);
+        if (c.hdr || c.fps < 0) continue;
+        ASSERT_TRUE(seekCompletes(1.52)); // within a frame, between key frames
+        EXPECT_NEAR(backend.snapshot().position, 1.52, 0.04);
+        playsToOneEnd(c.duration);
+    }
+}
+
+TEST_F(NativePlaybackTest, PlaysPausesAndIgnoresBadRatesAndVolumes)
+{
+    openReady("native-h264-aac.mp4");
     EXPECT_EQ(backend.snapshot(), (PlaybackSnapshot{0, 0, 1, 0, 0}));
-
-    backend.play(1.0);
+    EXPECT_EQ(recorder.all<Ready>()[0].info.tracks,
+              (QList<PlaybackTrack>{{1, PlaybackTrackKind::Audio, "Track 1"}}));
+    for (double bad : {0.2, 25.0, std::numeric_limits<double>::quiet_NaN()})
+        backend.play(bad);
+    QTest::qWait(200);
+    EXPECT_EQ(backend.snapshot().rate, 0.0);
+    for (double rate : {0.25, 20.0, 1.0}) {
+        backend.play(rate);
+        ASSERT_TRUE(waitUntil([&] { return backend.snapshot().rate == rate; }, 2000)) << rate;
+    }
     ASSERT_TRUE(waitUntil([&] { return backend.snapshot().position > 0.3; }));
-    EXPECT_EQ(backend.snapshot().rate, 1.0);
-
     backend.pause();
     QTest::qWait(100);
     const double paused = backend.snapshot().position;
@@ -80,22 +133,22 @@ TEST_F(NativePlaybackTest, Mp4OpensWithItsInformationAndPlaysPausesAndEnds)
     EXPECT_EQ(backend.snapshot().position, paused);
     EXPECT_EQ(backend.snapshot().rate, 0.0);
 
-    // The end is reported once, and the position stays at the end.
-    backend.seek(2.6, QUuid::createUuid());
-    backend.play(2.0);
-    ASSERT_TRUE(waitUntil([&] { return recorder.count<Ended>() > 0; }));
-    QTest::qWait(400);
-    EXPECT_EQ(recorder.count<Ended>(), 1);
-    EXPECT_NEAR(backend.snapshot().position, 3.0, 0.05);
-    EXPECT_EQ(recorder.count<Failed>(), 0);
+    // Volumes are clamped; NaN keeps the last one.
+    const std::pair<double, double> volumes[] = {
+        {3, 1}, {-1, 0}, {0.5, 0.5}, {std::numeric_limits<double>::quiet_NaN(), 0.5}};
+    for (const auto& [set, want] : volumes) {
+        backend.setVolume(set);
+        EXPECT_EQ(backend.volume(), want) << set;
+    }
+    // No subtitle group: selecting one changes nothing.
+    backend.selectTrack(PlaybackTrackKind::Subtitle, 1);
+    EXPECT_EQ(backend.snapshot().subtitleID, 0);
 }
 
-// Text subtitles of a Matroska file are not in the virtual MP4: they come with Ready, for the
-// player to draw.
+// Text subtitles of a Matroska file are not in the virtual MP4: they come with Ready.
 TEST_F(NativePlaybackTest, EmbeddedTextSubtitlesComeWithReady)
 {
-    const PlaybackMediaInfo info = openReady("native-subtitles.mkv");
-    expectH264Movie(info);
+    const auto info = openReady("native-subtitles.mkv");
     ASSERT_TRUE(info.embeddedSubtitles);
     const auto& tracks = info.embeddedSubtitles->tracks;
     ASSERT_EQ(tracks.size(), 2);
@@ -104,84 +157,26 @@ TEST_F(NativePlaybackTest, EmbeddedTextSubtitlesComeWithReady)
     EXPECT_EQ(tracks[0].events.value(0).start, 500);
     EXPECT_TRUE(tracks[1].forced);
     EXPECT_EQ(tracks[1].events.value(0).text, "0,0,Default,,0,0,0,,{\\an8}Sign");
-
-    // Files without them carry none.
-    backend.stop();
-    recorder.events.clear();
-    EXPECT_FALSE(openReady("native-h264-aac.mkv").embeddedSubtitles);
 }
 
-TEST_F(NativePlaybackTest, TransportStreamOpensOnceItsProbeAgrees)
-{
-    const auto info = openReady("native-h264-aac.ts");
-    EXPECT_EQ(info.width, 320);
-    EXPECT_EQ(info.tracks.size(), 1);
-}
-
-TEST_F(NativePlaybackTest, RatesOutsideTheRangeAndBadVolumesAreIgnored)
+TEST_F(NativePlaybackTest, OnlyTheLatestSeekCompletes)
 {
     openReady("native-h264-aac.mp4");
-    backend.play(0.2);
-    backend.play(25);
-    backend.play(std::numeric_limits<double>::quiet_NaN());
-    QTest::qWait(200);
-    EXPECT_EQ(backend.snapshot().rate, 0.0);
-    backend.play(0.25);
-    ASSERT_TRUE(waitUntil([&] { return backend.snapshot().rate == 0.25; }, 2000));
-    backend.play(20);
-    ASSERT_TRUE(waitUntil([&] { return backend.snapshot().rate == 20; }, 2000));
-
-    backend.setVolume(3);
-    EXPECT_EQ(backend.volume(), 1.0);
-    backend.setVolume(-1);
-    EXPECT_EQ(backend.volume(), 0.0);
-    backend.setVolume(0.5);
-    backend.setVolume(std::numeric_limits<double>::quiet_NaN());
-    EXPECT_EQ(backend.volume(), 0.5);
-}
-
-TEST_F(NativePlaybackTest, SeekLandsWithinAFrameAndOnlyTheLatestCompletes)
-{
-    openReady("native-h264-aac.mp4");
-    const QUuid id = QUuid::createUuid();
-    backend.seek(1.52, id);
-    ASSERT_TRUE(waitUntil([&] { return recorder.count<SeekCompleted>() > 0; }, 3000));
-    EXPECT_EQ(recorder.all<SeekCompleted>(), QList<SeekCompleted>{{id}});
-    EXPECT_NEAR(backend.snapshot().position, 1.52, 0.04);
-
     const QUuid older = QUuid::createUuid();
     const QUuid newer = QUuid::createUuid();
     backend.seek(0.5, older);
     backend.seek(2.0, newer);
     // Long enough for the older seek's fallback to have fired, had it not been superseded.
     QTest::qWait(2000);
-    EXPECT_EQ(recorder.all<SeekCompleted>(), (QList<SeekCompleted>{{id}, {newer}}));
+    EXPECT_EQ(recorder.all<SeekCompleted>(), QList<SeekCompleted>{{newer}});
     EXPECT_NEAR(backend.snapshot().position, 2.0, 0.04);
 }
 
-TEST_F(NativePlaybackTest, AudioOnlyFileOpensSeeksAndSwitchesAreIgnored)
-{
-    const auto info = openReady("native-aac.m4a");
-    EXPECT_NEAR(info.duration, 2.0, 0.05);
-    EXPECT_EQ(info.width, 0);
-    EXPECT_EQ(info.frameRate, 0);
-    const QUuid id = QUuid::createUuid();
-    backend.seek(1.0, id);
-    ASSERT_TRUE(waitUntil([&] { return recorder.count<SeekCompleted>() > 0; }, 3000));
-    EXPECT_EQ(recorder.all<SeekCompleted>()[0].id, id);
-    // No subtitle group: selecting one changes nothing.
-    backend.selectTrack(PlaybackTrackKind::Subtitle, 1);
-    EXPECT_EQ(backend.snapshot().subtitleID, 0);
-}
-
-TEST_F(NativePlaybackTest, AudioTracksSwitchAndTheSnapshotFollows)
+// Qt reads no language or title back from the virtual MP4; the labels come from the engine.
+TEST_F(NativePlaybackTest, AudioTracksSwitchAndAreLabelledInTheInterfaceLanguage)
 {
     for (const char* name : {"native-two-audio.mp4", "native-two-audio.mkv"}) {
-        recorder.events.clear();
-        const auto info = openReady(name);
-        ASSERT_EQ(info.tracks.size(), 2) << name;
-        EXPECT_EQ(info.tracks[1].id, 2);
-        EXPECT_EQ(info.tracks[1].kind, PlaybackTrackKind::Audio);
+        ASSERT_EQ(openReady(name).tracks.size(), 2) << name;
         EXPECT_TRUE(waitUntil([&] { return backend.snapshot().audioID == 1; }, 2000)) << name;
         backend.selectTrack(PlaybackTrackKind::Audio, 2);
         EXPECT_TRUE(waitUntil([&] { return backend.snapshot().audioID == 2; }, 2000)) << name;
@@ -189,18 +184,10 @@ TEST_F(NativePlaybackTest, AudioTracksSwitchAndTheSnapshotFollows)
         QTest::qWait(50);
         EXPECT_EQ(backend.snapshot().audioID, 2) << name;
     }
-}
-
-// Qt reads no language or title back from the virtual MP4; the labels come from the engine.
-TEST_F(NativePlaybackTest, ContainerAudioTracksAreLabelledFromTheFileInTheInterfaceLanguage)
-{
-    const std::pair<QString, QStringList> cases[] = {
-        {"en", {"English \u2014 Commentary", "Japanese"}},
-        {"zh-Hans", {"\u82f1\u8bed \u2014 Commentary", "\u65e5\u8bed"}},
-    };
-    for (const auto& [language, labels] : cases) {
+    for (const auto& [language, labels] :
+         {std::pair<QString, QStringList>{"en", {"English \u2014 Commentary", "Japanese"}},
+          {"zh-Hans", {"\u82f1\u8bed \u2014 Commentary", "\u65e5\u8bed"}}}) {
         InterfaceLanguage interface(language);
-        recorder.events.clear();
         const auto info = openReady("native-two-audio-named.mkv");
         ASSERT_EQ(info.tracks.size(), 2) << qPrintable(language);
         EXPECT_EQ(info.tracks[0].label.toStdString(), labels[0].toStdString());
@@ -208,43 +195,28 @@ TEST_F(NativePlaybackTest, ContainerAudioTracksAreLabelledFromTheFileInTheInterf
     }
 }
 
-TEST_F(NativePlaybackTest, RotatedVideoReportsItsDisplayedSize)
-{
-    const auto info = openReady("native-rotated.mp4");
-    EXPECT_EQ(info.width, 240);
-    EXPECT_EQ(info.height, 320);
-}
-
-TEST_F(NativePlaybackTest, Hdr10IsReportedFromTheTransferFunction)
-{
-    EXPECT_TRUE(openReady("native-hdr10.mp4").hdr);
-    recorder.events.clear();
-    EXPECT_TRUE(openReady("native-hdr10.mkv").hdr);
-    recorder.events.clear();
-    EXPECT_FALSE(openReady("native-vp9-opus.webm").hdr);
-}
-
 TEST_F(NativePlaybackTest, FilesThatCannotPlayFailWithTheirCodes)
 {
     // Not a file at all: refused at once.
     backend.open(QUrl("https://example.invalid/movie.mp4"));
     EXPECT_EQ(recorder.all<Failed>(), QList<Failed>{{kFileFormatNotRecognized}});
-
-    recorder.events.clear();
-    EXPECT_EQ(failureOf(fixture("native-text.mp4")), kFileFormatNotRecognized);
     // The container engine's own codes reach the owner, so the router can fall back.
-    const std::pair<const char*, qint64> cases[] = {
-        {"native-vp8.webm", 2}, {"native-text.mkv", 2}, {"native-truncated.mkv", 1}};
+    const std::pair<const char*, qint64> cases[] = {{"native-text.mp4", kFileFormatNotRecognized},
+                                                    {"native-vp8.webm", 2},
+                                                    {"native-text.mkv", 2},
+                                                    {"native-truncated.mkv", 1}};
     for (const auto& [name, code] : cases) {
         recorder.events.clear();
-        EXPECT_EQ(failureOf(fixture(name)), code) << name;
+        backend.open(fixture(name));
+        EXPECT_TRUE(waitUntil([&] { return recorder.settled(); })) << name;
+        EXPECT_EQ(recorder.all<Failed>(), QList<Failed>{{code}}) << name;
+        EXPECT_EQ(recorder.count<Ready>(), 0) << name;
     }
 }
 
 TEST_F(NativePlaybackTest, NothingOfAnEarlierFileReachesTheOwner)
 {
-    // A second open while the first file loads (directly, or still in the container engine):
-    // only the second file is ever heard of.
+    // A second open while the first file loads (directly, or still in the container engine).
     for (const char* first : {"native-h264-aac.mp4", "native-h264-aac.mkv"}) {
         recorder.events.clear();
         backend.open(fixture(first));
@@ -254,7 +226,6 @@ TEST_F(NativePlaybackTest, NothingOfAnEarlierFileReachesTheOwner)
         EXPECT_EQ(recorder.events.size(), 1) << first;
         EXPECT_NEAR(info.duration, 2.0, 0.05) << first;
     }
-
     // After stop(), a pending seek and the playing file stay silent.
     backend.play(1.0);
     backend.seek(1.9, QUuid::createUuid());
@@ -264,10 +235,9 @@ TEST_F(NativePlaybackTest, NothingOfAnEarlierFileReachesTheOwner)
     EXPECT_EQ(backend.snapshot(), PlaybackSnapshot{});
 }
 
-TEST_F(NativePlaybackTest, AFileCutShortWhilePlayingFailsWithoutHanging)
+TEST_F(NativePlaybackTest, AFileCutShortWhilePlayingFailsWithAReadError)
 {
-    // The remuxed path reads the source for every piece the player asks for; a source that loses
-    // its data under the player must end playback, never hang it.
+    // The remuxed path reads the source for every piece; losing its data must end playback.
     QTemporaryDir dir;
     const QString path = dir.filePath("movie.mkv");
     ASSERT_TRUE(QFile::copy(fixture("native-long.mkv").toLocalFile(), path));
@@ -277,75 +247,30 @@ TEST_F(NativePlaybackTest, AFileCutShortWhilePlayingFailsWithoutHanging)
     ASSERT_TRUE(waitUntil([&] { return backend.snapshot().position > 0.2; }));
     ASSERT_TRUE(QFile::resize(path, 4000));
     backend.seek(8.0, QUuid::createUuid());
-    ASSERT_TRUE(
-        waitUntil([&] { return recorder.count<Failed>() + recorder.count<Ended>() > 0; }, 10000));
-    // The failed read reaches GStreamer as a read error, not as bytes that were never read.
+    ASSERT_TRUE(waitUntil([&] { return recorder.count<Failed>() + recorder.count<Ended>() > 0; }));
+    // A read error, not bytes that were never read.
     EXPECT_EQ(recorder.all<Failed>(), QList<Failed>{{kUnknownMediaError}});
     EXPECT_EQ(recorder.count<Ended>(), 0);
 }
 
 TEST_F(NativePlaybackTest, DraggingTheSliderLandsOnTheLastTarget)
 {
-    // A dozen seeks 30 ms apart while playing, as a dragged position slider makes them. Dragged
-    // backwards, so that a lost last seek shows: the player would be past the last target.
+    // A dozen seeks 30 ms apart while playing, as a dragged slider makes them. Dragged backwards,
+    // so that a lost last seek shows: the player would be past the last target.
     for (const char* name : {"native-long.mkv", "native-h264-aac.mkv"}) {
-        recorder.events.clear();
         const double length = openReady(name).duration;
         backend.play(1.0);
-        QUuid last;
-        double target = 0;
-        for (int i = 0; i < 12; ++i) {
-            last = QUuid::createUuid();
-            target = length * (0.85 - 0.05 * i);
-            backend.seek(target, last);
+        for (int i = 0; i < 11; ++i) {
+            backend.seek(length * (0.85 - 0.05 * i), QUuid::createUuid());
             QTest::qWait(30);
         }
-        ASSERT_TRUE(waitUntil(
-            [&] {
-                const auto done = recorder.all<SeekCompleted>();
-                return !done.isEmpty() && done.last().id == last;
-            },
-            5000))
-            << name;
+        const double target = length * (0.85 - 0.05 * 11);
+        ASSERT_TRUE(seekCompletes(target, 5000)) << name;
         const double position = backend.snapshot().position;
         EXPECT_GE(position, target - 0.05) << name;
         EXPECT_LT(position, target + 0.5) << name;
         EXPECT_EQ(recorder.count<Failed>(), 0) << name;
-        // Still playing from there.
         EXPECT_TRUE(waitUntil([&] { return backend.snapshot().position > position + 0.2; }))
-            << name;
+            << name; // still playing from there
     }
-}
-
-TEST_F(NativePlaybackTest, RemuxedContainersOpenWithTheirInformation)
-{
-    // Remuxed files are read through our own source element, never through a device.
-    const quint64 readsBefore = mediasource::counters().reads;
-    expectH264Movie(openReady("native-h264-aac.mkv"));
-    EXPECT_GT(mediasource::counters().reads, readsBefore);
-    // Played to its end, a remuxed file ends like any other.
-    backend.seek(2.5, QUuid::createUuid());
-    backend.play(2.0);
-    ASSERT_TRUE(waitUntil([&] { return recorder.count<Ended>() + recorder.count<Failed>() > 0; }));
-    EXPECT_EQ(recorder.count<Ended>(), 1);
-    EXPECT_EQ(recorder.count<Failed>(), 0);
-
-    recorder.events.clear();
-    expectH264Movie(openReady("native-h264-aac.flv"));
-
-    recorder.events.clear();
-    const auto webm = openReady("native-vp9-opus.webm");
-    EXPECT_NEAR(webm.duration, 2.0, 0.05);
-    EXPECT_EQ(webm.width, 320);
-    EXPECT_EQ(webm.height, 240);
-    EXPECT_NEAR(webm.frameRate, 25.0, 0.01);
-    EXPECT_EQ(webm.tracks.size(), 1);
-
-    // The remuxed file plays and seeks like any other.
-    const QUuid id = QUuid::createUuid();
-    backend.seek(1.0, id);
-    ASSERT_TRUE(waitUntil([&] { return recorder.count<SeekCompleted>() > 0; }, 3000));
-    EXPECT_NEAR(backend.snapshot().position, 1.0, 0.04);
-    backend.play(1.0);
-    EXPECT_TRUE(waitUntil([&] { return backend.snapshot().position > 1.3; }));
 }
