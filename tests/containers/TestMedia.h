@@ -20,12 +20,9 @@ inline QString fixtureDir()
 inline QStringList containerFixtures()
 {
     QStringList paths;
-    for (const QDir& dir :
-         {QDir(fixtureDir()), QDir(fixtureDir() + QStringLiteral("/containers"))}) {
-        for (const auto& name :
-             dir.entryList({"*.mkv", "*.mka", "*.webm", "*.flv"}, QDir::Files, QDir::Name))
+    for (const QDir& dir : {QDir(fixtureDir()), QDir(fixtureDir() + QStringLiteral("/containers"))})
+        for (const auto& name : dir.entryList({"*.mkv", "*.mka", "*.webm", "*.flv"}, QDir::Files))
             paths.append(dir.filePath(name));
-    }
     return paths;
 }
 

@@ -26,8 +26,7 @@ private slots:
     {
         const QString path = fixtureDir() + u"/subtitles.mkv"_s;
         if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
-        const auto media = ContainerMedia::open(path);
-        const auto subtitles = media->subtitles();
+        const auto subtitles = ContainerMedia::open(path)->subtitles();
         QVERIFY(subtitles);
         QCOMPARE(subtitles->tracks.size(), 2);
         const ContainerSubtitleTrack& srt = subtitles->tracks[0];
@@ -37,58 +36,42 @@ private slots:
         QCOMPARE(srt.events[0].start, 500);
         QCOMPARE(srt.events[0].duration, 500);
         QCOMPARE(QString::fromUtf8(srt.events[1].text), u"你好，世界"_s);
-        QVERIFY(ass.forced);
-        QVERIFY(ass.codecPrivate.contains("Style: Sign,DejaVu Sans,24,&H000000FF,-1,7"));
+        QVERIFY(ass.forced &&
+                ass.codecPrivate.contains("Style: Sign,DejaVu Sans,24,&H000000FF,-1,7"));
         QCOMPARE(ass.events.size(), 1);
-        QCOMPARE(ass.events[0].duration, 2500);
         QCOMPARE(ass.events[0].text, "0,0,Sign,,0,0,0,,{\\pos(10,10)}SIGN");
         QCOMPARE(subtitles->fonts.size(), 1);
-        QCOMPARE(subtitles->fonts[0].name, "DejaVuSans-Bold.ttf");
         QCOMPARE(subtitles->fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
     }
 
-    void failuresCarryEngineCodes()
+    void failuresCarryEngineCodesAndCancellationIsNotOne()
     {
         const QString text = writeFile(u"notes.mkv"_s, "just some text, not a container\n");
-        QCOMPARE(outcome([&] { ContainerMedia::open(text); }), 2);
-        QCOMPARE(outcome([&] { ContainerMedia::open(QUrl::fromLocalFile(text)); }), 2);
-        QCOMPARE(outcome([&] { ContainerMedia::open(writeFile(u"empty.mkv"_s, {})); }), 1);
-        QCOMPARE(outcome([&] { ContainerMedia::open(m_dir.filePath(u"missing.mkv"_s)); }), 5);
-        QCOMPARE(outcome([&] { ContainerMedia::open(m_dir.path()); }), 5);
-        QCOMPARE(outcome([&] { ContainerMedia::open(QUrl(u"https://example.com/a.mkv"_s)); }), 2);
-
-        QCOMPARE(outcome([&] { TransportStreams::inspect(m_dir.filePath(u"none.ts"_s)); }), 5);
-        QCOMPARE(outcome([&] { TransportStreams::inspect(QUrl(u"http://x/a.ts"_s)); }), 2);
+        const QString missing = m_dir.filePath(u"missing.mkv"_s);
+        const auto cancelled = std::make_shared<std::atomic_bool>(true);
+        const std::pair<std::function<void()>, qint32> cases[] = {
+            {[&] { ContainerMedia::open(text); }, 2},
+            {[&] { ContainerMedia::open(writeFile(u"empty.mkv"_s, {})); }, 1},
+            {[&] { ContainerMedia::open(missing); }, 5},
+            {[&] { ContainerMedia::open(m_dir.path()); }, 5},
+            {[&] { ContainerMedia::open(QUrl(u"https://example.com/a.mkv"_s)); }, 2},
+            {[&] { TransportStreams::inspect(missing); }, 5},
+            {[&] { TransportStreams::inspect(QUrl(u"http://x/a.ts"_s)); }, 2},
+            // Errors cross futures with their type and code.
+            {[&] { ContainerMedia::openAsync(QUrl::fromLocalFile(text), {}).result(); }, 2},
+            {[&] { TransportStreams::inspectAsync(QUrl::fromLocalFile(missing), {}).result(); }, 5},
+            // The engine polls the flag before its first read of the source, so the same file
+            // that fails with an engine error reports the cancellation instead.
+            {[&] { ContainerMedia::open(text, cancelled); }, kCancelled},
+            {[&] { TransportStreams::inspect(text, cancelled); }, kCancelled},
+            {[&] { ContainerMedia::openAsync(QUrl::fromLocalFile(text), cancelled).result(); },
+             kCancelled},
+        };
+        for (const auto& [work, code] : cases)
+            QCOMPARE(outcome(work), code);
         // A file without transport packets holds neither audio nor video; that is an answer.
         QCOMPARE(TransportStreams::inspect(writeFile(u"plain.ts"_s, QByteArray(4096, 'x'))),
                  TransportStreams{});
-
-        // Errors cross futures with their type and code.
-        auto failing = ContainerMedia::openAsync(QUrl::fromLocalFile(text), {});
-        QCOMPARE(outcome([&] { failing.result(); }), 2);
-        auto probe = TransportStreams::inspectAsync(QUrl::fromLocalFile(text + u".ts"_s), {});
-        QCOMPARE(outcome([&] { probe.result(); }), 5);
-    }
-
-    void cancellationIsNotAnEngineError()
-    {
-        // The engine polls the flag before its first read of the source, so any readable file will
-        // do; the same file opens with an engine error when not cancelled.
-        const QString text = writeFile(u"cancel.flv"_s, "FLX, not a container either\n");
-        const auto cancelled = std::make_shared<std::atomic_bool>(true);
-        QCOMPARE(outcome([&] { ContainerMedia::open(text, cancelled); }), kCancelled);
-        QCOMPARE(outcome([&] { TransportStreams::inspect(text, cancelled); }), kCancelled);
-        auto future = ContainerMedia::openAsync(QUrl::fromLocalFile(text), cancelled);
-        QCOMPARE(outcome([&] { future.result(); }), kCancelled);
-        QCOMPARE(outcome([&] { ContainerMedia::open(text, std::make_shared<std::atomic_bool>()); }),
-                 2);
-    }
-
-    void errorsNameTheirCodeAndMeaning()
-    {
-        QCOMPARE(ContainerError(ContainerError::InputOutput).what(),
-                 "Quorvane.MediaContainers 5: input/output error");
-        QCOMPARE(ContainerError(42).what(), "Quorvane.MediaContainers 42: unknown error");
     }
 };
 

@@ -6,6 +6,7 @@
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
+#include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -68,12 +69,10 @@ Reply exchange(quint16 port, const QByteArray& request, bool halfClose = false)
     return end < 0 ? Reply{all, {}} : Reply{all.left(end + 4), all.mid(end + 4)};
 }
 
-QByteArray pattern(qsizetype size)
+QByteArray pattern(qsizetype size) // size: a multiple of four
 {
     QByteArray bytes(size, Qt::Uninitialized);
-    std::mt19937 random(7);
-    for (char& byte : bytes)
-        byte = char(random() & 0xff);
+    QRandomGenerator(7).fillRange(reinterpret_cast<quint32*>(bytes.data()), size / 4);
     return bytes;
 }
 
@@ -214,7 +213,7 @@ TEST_F(LocalMediaServerTest, AnswersExactlyOrClosesWithoutAnswering)
     }
     // Ogg is served as audio, whatever the case of its suffix.
     for (const char* name : {"a.ogg", "b.OGA"}) {
-        serve(QString::fromLatin1(name), pattern(10));
+        serve(QString::fromLatin1(name), pattern(12));
         EXPECT_TRUE(exchange(m_port, get("/media")).head.contains("Content-Type: audio/ogg\r\n"))
             << name;
     }
@@ -345,13 +344,10 @@ TEST_F(LocalMediaServerTest, StopsFromAnyThreadAndNeverStartsAgain)
 
 TEST_F(LocalMediaServerTest, RefusesWhatIsNotARegularNonEmptyFile)
 {
-    const QUrl cases[] = {
-        QUrl(QStringLiteral("https://example.com/a.webm")),
-        QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("missing.webm"))),
-        QUrl::fromLocalFile(m_dir.path()),
-        QUrl::fromLocalFile(write(QStringLiteral("empty.webm"), {})),
-    };
-    for (const QUrl& url : cases) {
+    for (const QUrl& url : {QUrl(QStringLiteral("https://example.com/a.webm")),
+                            QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("missing.webm"))),
+                            QUrl::fromLocalFile(m_dir.path()),
+                            QUrl::fromLocalFile(write(QStringLiteral("empty.webm"), {}))}) {
         const auto made = LocalMediaServer::create(url, kPage);
         const auto* error = std::get_if<LocalMediaServerError>(&made);
         EXPECT_TRUE(error && *error == LocalMediaServerError::FileDoesNotExist)
