@@ -313,16 +313,21 @@ TEST_F(LocalMediaServerTest, EightStreamingClientsGetEveryByteAmongHostileOnesAn
 TEST_F(LocalMediaServerTest, EndsTheBodyShortWhenTheFileShrinks)
 {
     serve(QStringLiteral("clip.webm"), pattern(8 * 1024 * 1024));
-    Raw connection(m_port, 64 * 1024); // a small window keeps little in flight before the cut
+    Raw connection(m_port, 64 * 1024); // a small window keeps less in flight before the cut
     connection.send(get("/media"));
     QByteArray received = connection.receive();
     ASSERT_FALSE(received.isEmpty());
     ASSERT_TRUE(QFile::resize(m_dir.filePath(QStringLiteral("clip.webm")), 1024 * 1024));
+    // How much was already on its way depends on the kernel's buffers; what matters is that the
+    // server closes promptly, short of the promised length, without padding or garbage.
+    QDeadlineTimer closedWithin(20000);
     for (QByteArray piece = connection.receive(); !piece.isEmpty(); piece = connection.receive())
         received += piece;
-    const qsizetype body = received.size() - (received.indexOf("\r\n\r\n") + 4);
+    EXPECT_FALSE(closedWithin.hasExpired());
+    const QByteArray body = received.mid(received.indexOf("\r\n\r\n") + 4);
     EXPECT_TRUE(received.contains("Content-Length: 8388608\r\n"));
-    EXPECT_LE(body, 1024 * 1024 + 8 * LocalMediaServer::kChunkBytes);
+    EXPECT_LT(body.size(), m_content.size());
+    EXPECT_TRUE(body == m_content.left(body.size()));
 }
 
 TEST_F(LocalMediaServerTest, StopsFromAnyThreadAndNeverStartsAgain)
