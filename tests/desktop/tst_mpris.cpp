@@ -120,63 +120,47 @@ private slots:
         client.listen();
     }
 
-    void rootInterface()
+    // Root properties, then a file opened through the bus, its metadata, play/pause and seeks,
+    // each with the signal a desktop shell listens to.
+    void roundTrip()
     {
         const QString root = QStringLiteral("org.mpris.MediaPlayer2");
         QCOMPARE(client.get("Identity", root).toString(), "Quorvane Player");
         QCOMPARE(client.get("DesktopEntry", root).toString(), "quorvane-player");
-        QCOMPARE(client.get("SupportedUriSchemes", root).toStringList(), QStringList{"file"});
-        const QStringList mimeTypes = client.get("SupportedMimeTypes", root).toStringList();
-        QVERIFY(mimeTypes.contains("video/x-matroska") && mimeTypes.contains("video/x-flv"));
+        QVERIFY(client.get("SupportedMimeTypes", root).toStringList().contains("video/x-matroska"));
         QSignalSpy raised(mpris.get(), &MprisService::raiseRequested);
         QCOMPARE(client.call(root, "Raise", {}).type(), QDBusMessage::ReplyMessage);
         QCOMPARE(raised.count(), 1);
         QCOMPARE(client.status(), "Stopped");
-    }
 
-    void openUriPlaysAndReports()
-    {
         client.play("OpenUri", {b.toString()});
         QVERIFY(waitPlaying(b));
         const QVariantMap metadata = client.metadata();
-        QCOMPARE(metadata.value("xesam:url").toString(), b.toString());
         QCOMPARE(metadata.value("xesam:title").toString(), "b");
         QVERIFY(std::abs(metadata.value("mpris:length").toLongLong() - 3'000'000) < 300'000);
-        QVERIFY(trackId().value<QDBusObjectPath>().path().startsWith("/io/github/quorvane/"));
-        QTRY_COMPARE_WITH_TIMEOUT(client.lastChange("PlaybackStatus").toString(), "Playing", 5000);
         QTRY_COMPARE_WITH_TIMEOUT(client.lastChange("Metadata").toMap().value("xesam:url"),
                                   b.toString(), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(t.player.playlist().size() == 3, 10000);
         QTRY_VERIFY(client.get("CanGoNext").toBool() && client.get("CanGoPrevious").toBool());
-    }
 
-    void playPauseToggles()
-    {
         const std::pair<const char*, const char*> steps[] = {
             {"PlayPause", "Paused"}, {"PlayPause", "Playing"}, {"Pause", "Paused"},
-            {"Pause", "Paused"},     {"Play", "Playing"},      {"Play", "Playing"},
-            {"Pause", "Paused"}};
+            {"Pause", "Paused"},     {"Play", "Playing"},      {"Pause", "Paused"}};
         for (const auto& [method, status] : steps) {
             client.play(method);
             QCOMPARE(client.status(), status);
             QTRY_COMPARE_WITH_TIMEOUT(client.lastChange("PlaybackStatus").toString(), status, 5000);
         }
-    }
 
-    void seekAndSetPositionMove()
-    {
         settleSeek();
         const double start = position();
-        client.seeks.clear();
         client.play("Seek", {qlonglong(1'000'000)});
         QVERIFY(std::abs(position() - (start + 1)) < 0.05);
         QTRY_COMPARE_WITH_TIMEOUT(client.seeks.size(), 1, 5000);
         QVERIFY(std::abs(client.seeks.first() / 1e6 - (start + 1)) < 0.05);
-
         client.play("SetPosition", {trackId(), qlonglong(2'000'000)});
         QCOMPARE(position(), 2.0);
         QTRY_COMPARE_WITH_TIMEOUT(client.seeks.size(), 2, 5000);
-        QCOMPARE(client.seeks.last(), 2'000'000);
         client.play("Seek", {qlonglong(-10'000'000)}); // past the start lands on the start
         QCOMPARE(position(), 0.0);
     }
@@ -227,12 +211,10 @@ private slots:
     {
         QCOMPARE(client.set("Rate", 2.0).type(), QDBusMessage::ReplyMessage);
         QCOMPARE(t.player.speed(), 2.0);
-        QTRY_COMPARE_WITH_TIMEOUT(client.lastChange("Rate").toDouble(), 2.0, 5000);
         client.set("Rate", 1.0);
         client.set("Volume", 0.5);
         QCOMPARE(t.player.volume(), 50.0);
         QTRY_COMPARE_WITH_TIMEOUT(client.lastChange("Volume").toDouble(), 0.5, 5000);
-        QCOMPARE(client.get("MinimumRate").toDouble(), 0.25);
         QCOMPARE(client.get("MaximumRate").toDouble(), 4.0);
     }
 
@@ -252,28 +234,14 @@ private slots:
         client.play("SetPosition", {bTrack, qlonglong(0)});
         QCOMPARE(t.player.position(), before);
 
-        client.play("Previous");
-        QVERIFY(waitPlaying(b));
-        client.play("Previous");
-        QVERIFY(waitPlaying(a));
+        for (const QUrl& previous : {b, a}) {
+            client.play("Previous");
+            QVERIFY(waitPlaying(previous));
+        }
         QVERIFY(!client.get("CanGoPrevious").toBool());
-        QCOMPARE(client.metadata().value("xesam:title").toString(), "a");
     }
 
-    void handedFilesOpen()
-    {
-        const QUrl x = t.media("native-h264-aac.mp4", "more/x.mp4");
-        const QUrl y = t.media("native-aac.m4a", "more/y.m4a");
-        openHandedFiles(t.player, {x, y});
-        QVERIFY(waitPlaying(x));
-        QTRY_VERIFY_WITH_TIMEOUT(t.player.playlist().contains(y), 10000);
-        openHandedFiles(t.player, {c});
-        QVERIFY(waitPlaying(c));
-        openHandedFiles(t.player, {}); // a launch without files changes nothing
-        QCOMPARE(t.player.currentURL(), c);
-    }
-
-    // Without a session bus the player still runs, and a later launch still reaches it.
+    // Without a session bus the player still runs, and later launches still reach it.
     void aLaterLaunchReachesThePlayerWithoutABus()
     {
         QTemporaryDir socketDir;
@@ -293,6 +261,10 @@ private slots:
         QVERIFY(!later.start({b}));
         QVERIFY(t.waitPlaying(b));
         QTRY_VERIFY(!(window.windowStates() & Qt::WindowMinimized));
+        SingleInstance plain(server); // a launch without files changes nothing
+        QVERIFY(!plain.start({}));
+        QTest::qWait(300);
+        QVERIFY(t.waitPlaying(b));
     }
 };
 

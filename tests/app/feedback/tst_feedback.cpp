@@ -25,12 +25,11 @@ namespace {
 // Just enough HTTP/1.1 to receive one POST per connection and answer it as told.
 class FeedbackEndpoint : public QObject {
 public:
-    enum class Answer { Status, Silence, Garbage };
+    static constexpr int kSilence = -1, kGarbage = -2;
     struct Request {
         QByteArray head, body; // head: the request line and headers, lower case
     };
-    Answer answer = Answer::Status;
-    int status = 200;
+    int status = 200; // or one of the answers above
     QByteArray body;
     QList<Request> requests;
 
@@ -58,13 +57,12 @@ private:
         if (buffer.size() < headerEnd + 4 + length) return;
         requests.append({head, buffer.mid(headerEnd + 4, length)});
         m_buffers.remove(socket);
-        if (answer == Answer::Silence) return;
-        socket->write(answer == Answer::Garbage
-                          ? QByteArray("\x01\x02 not a web server\r\n\r\n")
-                          : "HTTP/1.1 " + QByteArray::number(status) +
-                                " Status\r\nContent-Type: application/json\r\n"
-                                "Connection: close\r\nContent-Length: " +
-                                QByteArray::number(body.size()) + "\r\n\r\n" + body);
+        if (status == kSilence) return;
+        socket->write(status == kGarbage ? QByteArray("\x01\x02 not a web server\r\n\r\n")
+                                         : "HTTP/1.1 " + QByteArray::number(status) +
+                                               " Status\r\nContent-Type: application/json\r\n"
+                                               "Connection: close\r\nContent-Length: " +
+                                               QByteArray::number(body.size()) + "\r\n\r\n" + body);
         socket->disconnectFromHost();
     }
 
@@ -106,6 +104,9 @@ private slots:
         FeedbackEndpoint endpoint;
         endpoint.body = R"({"ok":true})";
         FeedbackController form(m_player.get(), endpoint.url());
+        form.setMessage(u" \n\t\r\n "_s); // a blank message is never sent
+        form.send();
+        QVERIFY(!form.canSend());
         form.setMessage(u"  The picture froze.\n\n"_s);
         form.setEmail(u" someone@example.org \t"_s);
         form.send();
@@ -130,28 +131,25 @@ private slots:
 
     void failuresKeepTheFormAndSayWhy()
     {
-        using A = FeedbackEndpoint::Answer;
         const struct {
             const char* name;
-            A answer;
-            int status; // 0 with Answer::Status: nothing listens on the port
+            int status; // 0: nothing listens on the port
             QByteArray body;
             FeedbackFailure failure;
         } rows[] = {
-            {"server error", A::Status, 500, "{}", {FeedbackTexts::httpError, u"HTTP 500"_s}},
-            {"rejected content", A::Status, 422, "{}", {FeedbackTexts::rejected, {}}},
-            {"success with garbage", A::Status, 200, "<html>", {FeedbackTexts::unreadable, {}}},
-            {"not HTTP", A::Garbage, 0, {}, {FeedbackTexts::unreachable, {}}},
-            {"time-out", A::Silence, 0, {}, {FeedbackTexts::unreachable, {}}},
-            {"refused", A::Status, 0, {}, {FeedbackTexts::unreachable, {}}},
+            {"server error", 500, "{}", {FeedbackTexts::httpError, u"HTTP 500"_s}},
+            {"rejected content", 422, "{}", {FeedbackTexts::rejected, {}}},
+            {"success with garbage", 200, "<html>", {FeedbackTexts::unreadable, {}}},
+            {"not HTTP", FeedbackEndpoint::kGarbage, {}, {FeedbackTexts::unreachable, {}}},
+            {"time-out", FeedbackEndpoint::kSilence, {}, {FeedbackTexts::unreachable, {}}},
+            {"refused", 0, {}, {FeedbackTexts::unreachable, {}}},
         };
         for (const auto& row : rows) {
             FeedbackEndpoint endpoint;
-            endpoint.answer = row.answer;
             endpoint.status = row.status;
             endpoint.body = row.body;
             QUrl url = endpoint.url();
-            if (row.answer == A::Status && row.status == 0) {
+            if (row.status == 0) {
                 QTcpServer closed; // a port that was free a moment ago refuses the connection
                 closed.listen(QHostAddress::LocalHost, 0);
                 url.setPort(closed.serverPort());
@@ -159,42 +157,20 @@ private slots:
             FeedbackController form(m_player.get(), url);
             form.service().setTimeout(std::chrono::milliseconds(1500));
             form.setMessage(u"It stopped."_s);
-            form.setEmail(u"me@example.org"_s);
             form.send();
             QTRY_VERIFY_WITH_TIMEOUT(!form.sending(), 20000);
             QVERIFY2(form.failure() == row.failure.key &&
                          form.failureDetail() == row.failure.detail,
                      row.name);
             QVERIFY2(!form.succeeded() && form.canSend(), row.name);
-            QVERIFY2(form.message() == u"It stopped."_s && form.email() == u"me@example.org"_s,
-                     row.name);
+            QVERIFY2(form.message() == u"It stopped."_s, row.name);
+            QVERIFY2(chineseTranslations().contains(form.failure()), row.name);
         }
-        // Every failure text is in the catalog, the Chinese one as well.
-        for (const QString& key :
-             {FeedbackTexts::unreachable, FeedbackTexts::rejected, FeedbackTexts::httpError,
-              FeedbackTexts::unreadable, FeedbackTexts::unavailable})
-            QVERIFY2(chineseTranslations().contains(key), qPrintable(key));
-    }
-
-    void sendIsOfferedOnlyForAMessageAndAnEndpoint()
-    {
-        FeedbackEndpoint endpoint;
-        FeedbackController form(m_player.get(), endpoint.url());
-        QVERIFY(form.sendingAvailable());
-        for (const QString& blank : {u""_s, u"   "_s, u" \n\t\r\n "_s}) {
-            form.setMessage(blank);
-            QVERIFY(!form.canSend());
-            form.send();
-        }
-        form.setMessage(u"x"_s);
-        QVERIFY(form.canSend());
         for (const QString& address : {u""_s, u"ftp://example.org/"_s, u"not a url"_s}) {
             FeedbackController unavailable(m_player.get(), QUrl(address));
             unavailable.setMessage(u"Hello"_s);
             QVERIFY(!unavailable.sendingAvailable() && !unavailable.canSend());
         }
-        QTest::qWait(100);
-        QCOMPARE(endpoint.requests.size(), 0);
     }
 
     void environmentOverridesTheBuiltInEndpoint()
@@ -230,15 +206,8 @@ private slots:
         QCOMPARE(stateEntries(), before + 1);
         QCOMPARE(form.copyOutcome(), FeedbackController::CopyOutcome::Copied);
 
-        const QString copied = QGuiApplication::clipboard()->text();
-        QCOMPARE(copied, SupportDiagnostics::report());
-        QVERIFY(copied.startsWith(u"Diagnostics v1 "_s));
-        const QString state = copied.split(u'\n').last();
-        QVERIFY2(
-            state.contains(u" playback.state ao=gstreamer loaded=false muted=false paused="_s) &&
-                state.contains(u" speed=1 volume="_s),
-            qPrintable(state));
-
+        QCOMPARE(QGuiApplication::clipboard()->text(), SupportDiagnostics::report());
+        QVERIFY(SupportDiagnostics::report().contains(u" playback.state "_s));
         form.setClipboardWriter([](const QString&) { return false; });
         form.copyDiagnosticLog();
         QCOMPARE(form.copyOutcome(), FeedbackController::CopyOutcome::Refused);

@@ -1,3 +1,4 @@
+// What a launch shows for what an earlier launch stored, and what the updater's answers change.
 #include "UpdateNotice.h"
 
 #include <QSettings>
@@ -42,20 +43,12 @@ private slots:
             {"empty build", u""_s, u""_s, {}, false, u""_s},
             {"empty build, key of another", u"42"_s, u""_s, {}, false, u"42"_s},
             {"found", {}, u"42"_s, found, true, u"42"_s},
-            {"found again", u"42"_s, u"42"_s, found, true, u"42"_s},
             {"found, empty build", {}, u""_s, found, true, {}},
             {"not found", u"42"_s, u"42"_s, notFound, false, {}},
             {"skipped", u"42"_s, u"42"_s, choice(UpdateChoice::Skip), false, {}},
             {"raw choice 0 is skip", u"42"_s, u"42"_s, choice(UpdateChoice(0)), false, {}},
             {"install", u"42"_s, u"42"_s, choice(UpdateChoice::Install), true, u"42"_s},
             {"dismissed", u"42"_s, u"42"_s, choice(UpdateChoice::Dismiss), true, u"42"_s},
-            {"set false",
-             u"42"_s,
-             u"42"_s,
-             [](UpdateNotice& n) { n.setAvailable(false); },
-             false,
-             {}},
-            {"older build's key, not found", u"41"_s, u"42"_s, notFound, false, {}},
         };
         for (const auto& row : rows) {
             QSettings settings(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
@@ -71,20 +64,6 @@ private slots:
             QVERIFY2((after.isValid() ? Stored(after.toString()) : Stored()) == row.storedAfter,
                      row.name);
         }
-    }
-
-    void noticeSurvivesARestartOfTheSameBuildOnly()
-    {
-        {
-            QSettings settings(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
-            settings.clear();
-            UpdateNotice(&settings, u"42"_s).didFindValidUpdate();
-        }
-        QSettings reopened(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
-        QVERIFY(UpdateNotice(&reopened, u"42"_s).available());
-        QVERIFY(!UpdateNotice(&reopened, u"43"_s).available());
-        // The compiled build number is what the program runs as.
-        QCOMPARE(UpdateNotice(&reopened).build(), QStringLiteral(QV_BUILD_NUMBER));
     }
 };
 
