@@ -3,7 +3,6 @@
 #include "ArrowKeyPlayback.h"
 #include "PlaybackHistory.h"
 #include "Playlist.h"
-#include "StandardSlots.h"
 #include "support/PlayerFixture.h"
 
 #include <QSignalSpy>
@@ -72,15 +71,10 @@ private slots:
         // The real router over the standard slots: an empty ".mp4" cannot be played by any.
         PlayerFixture f;
         QSettings settings(f.dir.filePath("other.ini"), QSettings::IniFormat);
-        DiagnosticLog log;
         Player player(&settings);
-        player.setDiagnosticLog(&log);
         player.open(f.file("empty.mp4"));
-        const auto standard = standardSlots();
-        QCOMPARE(log.entries().value(0).fields.value("backend"),
-                 standard.empty() ? u"none"_s : standard.front().id);
         QTRY_COMPARE_WITH_TIMEOUT(player.error(), kUnplayable, 20000);
-        QCOMPARE(log.entries().last().event, u"media.failed"_s);
+        QVERIFY(!player.loaded());
     }
 
     void seeksAndThePendingTarget()
@@ -142,7 +136,8 @@ private slots:
         QVERIFY(f.player->paused() && f.player->position() == 50.0);
         QCOMPARE(f.backend->count("open"), 0);
         f.player->toggle();
-        QVERIFY(f.backend->calls.indexOf("seek 0") < f.backend->calls.indexOf("play 1"));
+        const QStringList& calls = f.backend->calls;
+        QVERIFY(calls.contains("seek 0") && calls.indexOf("seek 0") < calls.indexOf("play 1"));
 
         f.player->open(a); // before load no end is handled
         f.backend->calls.clear();

@@ -56,10 +56,6 @@ class SettingsWindowTest : public QObject {
         return m_window->findChild<QQuickItem*>(QString::fromLatin1(name));
     }
     QString text(const char* name) const { return find(name)->property("text").toString(); }
-    QString languageShown() const
-    {
-        return find("languagePicker")->property("displayText").toString();
-    }
     QQuickWindow* openNotices()
     {
         click(find("noticesLink"));
@@ -139,16 +135,14 @@ private slots:
 
         Localizer playerWindow; // stands in for the player window, which keeps its own
         QSignalSpy relabelled(&playerWindow, &Localizer::languageChanged);
-        QCOMPARE(languageShown(), u"English"_s);
+        QCOMPARE(find("languagePicker")->property("displayText").toString(), u"English"_s);
         pickLanguage(Qt::Key_Down);
         QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"zh-Hans"_s);
         QCOMPARE(relabelled.size(), 1);
         QCOMPARE(playerWindow.text(u"Your private cinema"_s), u"你的私人放映室"_s);
         QCOMPARE(m_window->title(), u"设置"_s);
-        QCOMPARE(languageShown(), u"简体中文"_s);
-        QCOMPARE(text("interfaceLanguageLabel"), u"界面语言"_s);
+        QCOMPARE(find("languagePicker")->property("displayText").toString(), u"简体中文"_s);
         QCOMPARE(text("updateLine"), u"此版本暂不支持检查更新。"_s);
-        QCOMPARE(text("versionLabel"), u"版本 "_s + m_appSettings->version());
 
         // The notices follow the language while open; closing drops the window.
         showTab("aboutTab", 310);
