@@ -37,7 +37,6 @@ private slots:
         const QUrl url = f.file("Holiday.2024.MKV");
         f.player->open(url);
         QCOMPARE(f.player->title(), u"Holiday.2024"_s);
-        QCOMPARE(f.backend->openedUrl, url);
         QCOMPARE(f.backend->volume, 0.8);
         f.backend->emitEvent(PlaybackEvents::Ready{
             {5400, 3840, 2160, 23.976, true, {{7, PlaybackTrackKind::Subtitle, "Deutsch"}}}});
@@ -387,17 +386,8 @@ private slots:
 
     void sortOrders()
     {
-        const auto url = [](const char* path) { return QUrl::fromLocalFile(path); };
-        // Natural and case-insensitive; equal names fall back to the full path.
-        QCOMPARE(sortedPlaylist({url("/v/Episode 10.mp4"), url("/v/episode 2.mp4"),
-                                 url("/v/Episode 1.mp4"), url("/w/Alpha.mp4"), url("/v/alpha.mp4"),
-                                 url("/u/Alpha.mp4")},
-                                PlaylistSortOrder::Name, {}),
-                 (QList<QUrl>{url("/u/Alpha.mp4"), url("/v/alpha.mp4"), url("/w/Alpha.mp4"),
-                              url("/v/Episode 1.mp4"), url("/v/episode 2.mp4"),
-                              url("/v/Episode 10.mp4")}));
-
-        // Through the player: newest first, applied at once, stored, unknown names ignored.
+        // Newest first, applied at once, stored; unknown names are ignored. (The name order is
+        // checked with a folder below.)
         PlayerFixture f;
         f.player->addFiles(false, {f.file("b.mp4"), f.file("a.mp4"), f.file("c.mp4")});
         QTRY_COMPARE(names(f.player->playlist()), (QStringList{"a.mp4", "b.mp4", "c.mp4"}));
