@@ -49,17 +49,12 @@ private slots:
         QCOMPARE(recentCount.count(), 1);
         QCOMPARE(cell(recent, 0, "url").toUrl(), b);
         QTRY_COMPARE(playlist.count(), 2);
-        const QList<std::pair<QString, bool>> rows{{u"Episode 2.mkv"_s, true},
-                                                   {u"Episode 10.mkv"_s, false}};
-        for (int row = 0; row < 2; ++row) {
-            QCOMPARE(cell(playlist, row, "name").toString(), rows[row].first);
-            QCOMPARE(cell(playlist, row, "current").toBool(), rows[row].second);
-        }
+        QCOMPARE(cell(playlist, 0, "name").toString(), u"Episode 2.mkv"_s);
+        QVERIFY(cell(playlist, 0, "current").toBool() && !cell(playlist, 1, "current").toBool());
 
         // The current mark moves with the open file; removal and clearing the history reset.
         f.load(a, 100);
-        QVERIFY(!cell(playlist, 0, "current").toBool());
-        QVERIFY(cell(playlist, 1, "current").toBool());
+        QVERIFY(!cell(playlist, 0, "current").toBool() && cell(playlist, 1, "current").toBool());
         f.player->removeFile(b);
         QCOMPARE(playlist.count(), 1);
         f.player->clearHistory();
@@ -80,8 +75,7 @@ private slots:
 
         f.backend->nextSnapshot.audioID = 2;
         f.player->refresh();
-        QVERIFY(!cell(tracks, 0, "selected").toBool());
-        QVERIFY(cell(tracks, 1, "selected").toBool());
+        QVERIFY(!cell(tracks, 0, "selected").toBool() && cell(tracks, 1, "selected").toBool());
 
         tracks.setKind(u"subtitle"_s);
         QCOMPARE(tracks.count(), 1);

@@ -43,9 +43,7 @@ private:
 
     template <typename T = QQuickItem> T* find(const char* name) const
     {
-        auto* object = m_window->findChild<T*>(QLatin1String(name));
-        if (!object) qWarning() << "no object named" << name;
-        return object;
+        return m_window->findChild<T*>(QLatin1String(name));
     }
     QObject* action(const char* name) const
     {
@@ -75,18 +73,6 @@ private:
         QTRY_VERIFY_WITH_TIMEOUT(m_player->loaded(), 20000);
         if (m_player->paused()) m_player->toggle();
         QTRY_VERIFY_WITH_TIMEOUT(!m_player->paused(), 5000);
-    }
-
-    // Drops `urls` on the middle of the window as a file manager would.
-    void drop(const QList<QUrl>& urls)
-    {
-        QMimeData data;
-        data.setUrls(urls);
-        const QPointF at(m_window->width() / 2.0, m_window->height() / 3.0);
-        QDragEnterEvent enter(at.toPoint(), Qt::CopyAction, &data, Qt::LeftButton, {});
-        QCoreApplication::sendEvent(m_window, &enter);
-        QDropEvent dropped(at, Qt::CopyAction, &data, Qt::LeftButton, {});
-        QCoreApplication::sendEvent(m_window, &dropped);
     }
 
     // A player and its window over m_settings; the shell refers to the player, so it goes first.
@@ -131,9 +117,15 @@ private slots:
         QVERIFY(dir.mkdir(u"more"_s));
         for (const QString& name : {u"a.mkv"_s, u"b.mkv"_s, u"more/c.mkv"_s})
             QVERIFY(QFile::copy(kFixtures + u"/native-long.mkv"_s, dir.filePath(name)));
-        drop({QUrl::fromLocalFile(dir.filePath(u"a.mkv"_s)),
-              QUrl::fromLocalFile(dir.filePath(u"b.mkv"_s)),
-              QUrl::fromLocalFile(dir.filePath(u"more"_s))});
+        QMimeData data; // dropped on the picture as a file manager would
+        data.setUrls({QUrl::fromLocalFile(dir.filePath(u"a.mkv"_s)),
+                      QUrl::fromLocalFile(dir.filePath(u"b.mkv"_s)),
+                      QUrl::fromLocalFile(dir.filePath(u"more"_s))});
+        const QPoint at(m_window->width() / 2, m_window->height() / 3);
+        QDragEnterEvent enter(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(m_window, &enter);
+        QDropEvent dropped(at, Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(m_window, &dropped);
         QTRY_COMPARE(m_player->playlist().size(), 3);
         QTRY_VERIFY_WITH_TIMEOUT(m_player->loaded(), 20000);
         QCOMPARE(m_player->currentURL().fileName(), u"a.mkv"_s);
