@@ -99,11 +99,9 @@ private slots:
         const QUuid second = f.backend->lastSeekId;
         f.backend->nextSnapshot.position = 31;
         f.backend->emitEvent(PlaybackEvents::SeekCompleted{first});
-        f.clock += 0.999;
-        f.player->refresh();
+        f.advance(0.999);
         QCOMPARE(f.player->position(), 60.0);
-        f.clock += 0.001;
-        f.player->refresh();
+        f.advance(0.001);
         QCOMPARE(f.player->position(), 31.0);
         QVERIFY(!f.player->hasPendingSeek());
         f.player->seek(70);
@@ -193,11 +191,9 @@ private slots:
         f.clock += 1.0;
         f.player->adjustVolume(-200);
         QVERIFY(f.player->volume() == 0.0 && f.backend->volume == 0.0);
-        f.clock += 1.49;
-        f.player->refresh();
+        f.advance(1.49);
         QVERIFY(f.player->showingVolume());
-        f.clock += 0.01;
-        f.player->refresh();
+        f.advance(0.01);
         QVERIFY(!f.player->showingVolume());
     }
 
@@ -278,14 +274,12 @@ private slots:
         const QUrl a = f.file("a.mp4");
         f.load(a, 100);
         f.backend->nextSnapshot.position = 10;
-        f.player->refresh(); // the first refresh after load saves at once, then every 5 s
+        f.advance(0); // the first refresh after load saves at once, then every 5 s
         QCOMPARE(f.player->savedPosition(a), 10.0);
         f.backend->nextSnapshot.position = 15;
-        f.clock += 5.0;
-        f.player->refresh();
+        f.advance(5.0);
         QCOMPARE(f.player->savedPosition(a), 10.0);
-        f.clock += 0.2;
-        f.player->refresh();
+        f.advance(0.2);
         QCOMPARE(f.player->savedPosition(a), 15.0);
 
         // A one-entry list survives the INI file, which writes it as a plain string.
