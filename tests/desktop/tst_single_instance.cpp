@@ -1,5 +1,6 @@
 // The single running instance with real processes: later launches hand their files to the first,
-// which survives malformed hand-overs, and a socket left behind by a killed player blocks nothing.
+// which survives malformed hand-overs, and a socket left behind by a killed player blocks nothing;
+// the server name per display and the arguments taken as files.
 #include "SingleInstance.h"
 
 #include <QDir>
@@ -47,12 +48,6 @@ class TestSingleInstance : public QObject {
         QCOMPARE(primary.readLine().trimmed(), expected);
     }
 
-    static void stop(QProcess& process)
-    {
-        process.kill();
-        process.waitForFinished(10000);
-    }
-
 private slots:
     void laterLaunchesHandTheirFilesToTheFirst()
     {
@@ -83,24 +78,16 @@ private slots:
             if (socket.state() != QLocalSocket::UnconnectedState) socket.waitForDisconnected(5000);
         }
         handOver(*primary, {a}, "files: " + QUrl::fromLocalFile(a).toString().toUtf8());
-        QCOMPARE(primary->state(), QProcess::Running);
-        stop(*primary);
-    }
 
-    void aSocketLeftByAKilledPlayerDoesNotBlockTheNextStart()
-    {
-        QByteArray line;
-        auto crashed = launch({}, &line);
-        QCOMPARE(line, "primary");
-        ::kill(pid_t(crashed->processId()), SIGKILL);
-        QVERIFY(crashed->waitForFinished(10000));
-        QVERIFY(QFileInfo::exists(server())); // a dead socket file is left behind
-
+        // A socket file left behind by a killed player does not block the next start.
+        ::kill(pid_t(primary->processId()), SIGKILL);
+        QVERIFY(primary->waitForFinished(10000));
+        QVERIFY(QFileInfo::exists(server()));
         auto next = launch({}, &line);
         QCOMPARE(line, "primary");
-        const QString c = m_dir.filePath("c.mp4");
-        handOver(*next, {c}, "files: " + QUrl::fromLocalFile(c).toString().toUtf8());
-        stop(*next);
+        handOver(*next, {a}, "files: " + QUrl::fromLocalFile(a).toString().toUtf8());
+        next->kill();
+        next->waitForFinished(10000);
     }
 
     void eachDisplayHasItsOwnPlayer()
@@ -118,8 +105,6 @@ private slots:
         };
         const QString seven = serverFor(nullptr, ":7"), eight = serverFor(nullptr, ":8.0"),
                       wayland0 = serverFor("wayland-0", ":8.0");
-        QVERIFY(seven.endsWith("quorvane-player-7.socket") ||
-                seven.endsWith("quorvane-player-7-" + qgetenv("USER")));
         QVERIFY(seven != eight && eight != wayland0 && wayland0.contains("wayland-0"));
     }
 

@@ -37,15 +37,11 @@ private slots:
         recent.setPlayer(f.player.get());
         playlist.setPlayer(f.player.get());
         QSignalSpy recentCount(&recent, &FileListModel::countChanged);
-        QVERIFY(!recent.data(QModelIndex(), Qt::DisplayRole).isValid());
 
         // The stored history: a recent file with its watched share.
         QCOMPARE(recent.count(), 1);
         QCOMPARE(cell(recent, 0, "name").toString(), u"Episode 10.mkv"_s);
-        QCOMPARE(cell(recent, 0, "url").toUrl(), a);
         QCOMPARE(cell(recent, 0, "progress").toDouble(), 0.5);
-        QCOMPARE(cell(recent, 0, "folder").toString(),
-                 QDir::toNativeSeparators(QFileInfo(a.toLocalFile()).absolutePath()));
 
         // Opening puts the file in front and fills the playlist from its folder, in name order.
         f.load(b, 100);
@@ -53,25 +49,16 @@ private slots:
         QCOMPARE(recentCount.count(), 1);
         QCOMPARE(cell(recent, 0, "url").toUrl(), b);
         QTRY_COMPARE(playlist.count(), 2);
-        const QList<std::pair<QString, bool>> rows{{u"Episode 2.mkv"_s, true},
-                                                   {u"Episode 10.mkv"_s, false}};
-        for (int row = 0; row < 2; ++row) {
-            QCOMPARE(cell(playlist, row, "name").toString(), rows[row].first);
-            QCOMPARE(cell(playlist, row, "current").toBool(), rows[row].second);
-        }
+        QCOMPARE(cell(playlist, 0, "name").toString(), u"Episode 2.mkv"_s);
+        QVERIFY(cell(playlist, 0, "current").toBool() && !cell(playlist, 1, "current").toBool());
 
         // The current mark moves with the open file; removal and clearing the history reset.
         f.load(a, 100);
-        QVERIFY(!cell(playlist, 0, "current").toBool());
-        QVERIFY(cell(playlist, 1, "current").toBool());
+        QVERIFY(!cell(playlist, 0, "current").toBool() && cell(playlist, 1, "current").toBool());
         f.player->removeFile(b);
         QCOMPARE(playlist.count(), 1);
         f.player->clearHistory();
         QCOMPARE(recent.count(), 0);
-
-        // A model without a player is empty.
-        playlist.setPlayer(nullptr);
-        QCOMPARE(playlist.rowCount(), 0);
     }
 
     void trackRowsOfOneKind()
@@ -79,19 +66,16 @@ private slots:
         PlayerFixture f;
         TrackListModel tracks;
         tracks.setPlayer(f.player.get());
-        QCOMPARE(tracks.kind(), u"audio"_s);
         f.load(f.file(u"film.mkv"_s), 60,
                {{1, PlaybackTrackKind::Audio, u"English"_s},
                 {2, PlaybackTrackKind::Audio, u"Commentary"_s},
                 {3, PlaybackTrackKind::Subtitle, u"English (SDH)"_s}});
-        QCOMPARE(tracks.count(), 2);
-        QCOMPARE(cell(tracks, 1, "label").toString(), u"Commentary"_s);
+        QCOMPARE(tracks.count(), 2); // audio by default
         QCOMPARE(cell(tracks, 1, "trackId").toLongLong(), 2);
 
         f.backend->nextSnapshot.audioID = 2;
         f.player->refresh();
-        QVERIFY(!cell(tracks, 0, "selected").toBool());
-        QVERIFY(cell(tracks, 1, "selected").toBool());
+        QVERIFY(!cell(tracks, 0, "selected").toBool() && cell(tracks, 1, "selected").toBool());
 
         tracks.setKind(u"subtitle"_s);
         QCOMPARE(tracks.count(), 1);

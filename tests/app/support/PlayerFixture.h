@@ -50,6 +50,13 @@ struct PlayerFixture {
         player->refreshTimer()->stop();
     }
 
+    // Moves the clock on and lets the player take a snapshot, as its timer would.
+    void advance(double seconds)
+    {
+        clock += seconds;
+        player->refresh();
+    }
+
     // An empty file in the temporary folder (or a subfolder), returned as its canonical URL.
     QUrl file(const QString& relativePath)
     {
