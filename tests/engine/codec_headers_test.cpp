@@ -67,44 +67,35 @@ const Parse kVp9 = [](const Bytes& b) {
     return Facts{c[1], c[2], 0, 0};
 };
 
+Bytes with(Bytes bytes, std::size_t at, std::uint8_t value)
+{
+    bytes.at(at) = value;
+    return bytes;
+}
+
+Bytes resized(Bytes bytes, std::size_t size)
+{
+    bytes.resize(size, 0);
+    return bytes;
+}
+
 Bytes flacBlock(std::uint8_t head, const Bytes& body)
 {
     return cat({{head, 0}, be(body.size(), 2), body});
 }
 
 // An encoder's 44.1 kHz stereo E-AC-3 sync frame of 834 bytes (its first 24 bytes, then zeros).
-Bytes eac3Stereo()
-{
-    Bytes frame{0x0b, 0x77, 0x01, 0xa0, 0x74, 0x87, 0xc0, 0x00, 0x20, 0x84, 0x01, 0x00,
-                0x39, 0x00, 0xae, 0x06, 0x06, 0x01, 0x81, 0x87, 0xbd, 0xc7, 0xcf, 0x9f};
-    frame.resize(834, 0);
-    return frame;
-}
-
+const Bytes kEac3Stereo =
+    resized({0x0b, 0x77, 0x01, 0xa0, 0x74, 0x87, 0xc0, 0x00, 0x20, 0x84, 0x01, 0x00,
+             0x39, 0x00, 0xae, 0x06, 0x06, 0x01, 0x81, 0x87, 0xbd, 0xc7, 0xcf, 0x9f},
+            834);
 // A dependent substream that adds the rear surround pair to a 44.1 kHz programme: dependent, id
 // 0, 64 bytes; 44.1 kHz, 6 blocks, 2/0, no LFE; bsid 16, dialnorm, no compression, custom channel
 // map Lrs/Rrs, no mixing or informational metadata.
-Bytes rearPair()
-{
-    Bytes out = pack({{0x0B77, 16},
-                      {1, 2},
-                      {0, 3},
-                      {31, 11},
-                      {1, 2},
-                      {3, 2},
-                      {2, 3},
-                      {0, 1},
-                      {16, 5},
-                      {31, 5},
-                      {0, 1},
-                      {1, 1},
-                      {0x0200, 16},
-                      {0, 1},
-                      {0, 1}});
-    out.resize(64, 0);
-    return out;
-}
-
+const Bytes kRearPair = resized(
+    cat({pack({{0x0B77, 16}, {1, 2}, {0, 3}, {31, 11}}), pack({{1, 2}, {3, 2}, {2, 3}, {0, 1}}),
+         pack({{16, 5}, {31, 5}, {0, 1}, {1, 1}, {0x0200, 16}, {0, 1}, {0, 1}})}),
+    64);
 const Bytes kAc3Surround{0x0b, 0x77, 0x1e, 0x8b, 0x1c, 0x40, 0xeb, 0xf8}; // 48 kHz 5.1, 384 kbit/s
 // ALACSpecificConfig: 4096-sample frames, 16 bits, stereo, 44.1 kHz.
 const Bytes kAlacConfig{0, 0, 0x10, 0, 0, 16, 40, 10, 14, 2, 0,    255,
@@ -119,18 +110,6 @@ const Bytes kSpsRecord = cat({{1, 0x64, 0, 0x28, 0xff, 0xe1},
                               be(kHigh1080.size(), 2),
                               kHigh1080,
                               {1, 0, 4, 0x68, 0xeb, 0xe3, 0xcb}});
-
-Bytes with(Bytes bytes, std::size_t at, std::uint8_t value)
-{
-    bytes.at(at) = value;
-    return bytes;
-}
-
-Bytes resized(Bytes bytes, std::size_t size)
-{
-    bytes.resize(size, 0);
-    return bytes;
-}
 
 } // namespace
 
@@ -172,9 +151,7 @@ TEST(CodecHeaders, FactsOfGoodStreams)
         {kAc3, kAc3Surround, {48000, 6, 1536, 1536}},
         // 44.1 kHz frames alternate between two sizes; the odd frame-size code takes the longer.
         {kAc3, {0x0b, 0x77, 0, 0, 0x41, 0x40, 0x20}, {44100, 1, 1536, 140}},
-        {kEac3, eac3Stereo(), {44100, 2, 1536, 0}},
-        // A dependent substream adds channel locations, not channels of the first programme.
-        {kEac3, cat({eac3Stereo(), rearPair()}), {44100, 2, 1536, 0}},
+        {kEac3, kEac3Stereo, {44100, 2, 1536, 0}},
         // MPEG-2 layer III 22.05 kHz mono 56 kbit/s (an encoder's); padding adds a byte; MPEG-2.5;
         // layer II; layer I; free format (no frame size from the header).
         {kMpeg, {0xff, 0xf3, 0x70, 0xc0}, {22050, 1, 576, 182}},
@@ -230,13 +207,12 @@ TEST(CodecHeaders, DerivedBoxes)
 {
     // What MP4 writers store for these streams.
     EXPECT_EQ(ac3Frame(kAc3Surround).dac3, (std::array<std::uint8_t, 3>{0x10, 0x3d, 0xc0}));
-    EXPECT_EQ(ac3Frame(kAc3Surround).bitrate, 384000u);
     EXPECT_EQ(ac3Frame(Bytes{0x0b, 0x77, 0, 0, 0x41, 0x40, 0x20}).dac3,
               (std::array<std::uint8_t, 3>{0x50, 0x08, 0x00}));
     // 192 kbit/s, one programme, 44.1 kHz, bsid 16, 2/0; then with the rear pair: (834 + 64)
     // bytes per frame, fscod to lfeon, reserved, num_dep_sub, chan_loc.
-    EXPECT_EQ(eac3Frame(eac3Stereo()).dec3, (Bytes{0x06, 0x00, 0x60, 0x04, 0x00}));
-    EXPECT_EQ(eac3Frame(cat({eac3Stereo(), rearPair()})).dec3,
+    EXPECT_EQ(eac3Frame(kEac3Stereo).dec3, (Bytes{0x06, 0x00, 0x60, 0x04, 0x00}));
+    EXPECT_EQ(eac3Frame(cat({kEac3Stereo, kRearPair})).dec3,
               cat({pack({{206, 13}, {0, 3}}),
                    pack({{1, 2}, {16, 5}, {0, 1}, {0, 1}, {0, 3}, {2, 3}, {0, 1}}),
                    pack({{0, 3}, {1, 4}, {0x080, 9}})}));
@@ -268,7 +244,6 @@ TEST(CodecHeaders, RefusalCodes)
     Bytes zeroRate = kStreamInfo;
     zeroRate[10] = zeroRate[11] = 0;
     zeroRate[12] &= 0x0F;
-    const Bytes whole = eac3Stereo();
     const struct {
         Parse parse;
         Bytes bytes;
@@ -291,12 +266,12 @@ TEST(CodecHeaders, RefusalCodes)
         {kAc3, {0x0b, 0x77, 0, 0, 0x26, 0x40, 0xeb, 0xf8}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0x1c, 0x40}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0x1c, 0x48, 0xeb, 0xf8}, kNo},
-        {kAc3, whole, kNo},
+        {kAc3, kEac3Stereo, kNo},
         // E-AC-3: a dependent substream with nothing to depend on, a second programme numbered
         // 0, more bytes claimed than the block holds, nothing, plain AC-3.
-        {kEac3, rearPair(), kBad},
-        {kEac3, cat({whole, whole}), kBad},
-        {kEac3, resized(whole, 24), kBad},
+        {kEac3, kRearPair, kBad},
+        {kEac3, cat({kEac3Stereo, kEac3Stereo}), kBad},
+        {kEac3, resized(kEac3Stereo, 24), kBad},
         {kEac3, {}, kBad},
         {kEac3, resized(kAc3Surround, 1536), kNo},
         // MPEG audio: truncated, no sync word, reserved version, reserved layer, forbidden bit

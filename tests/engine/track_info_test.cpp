@@ -83,9 +83,7 @@ TEST(TrackInfo, LanguageCodesAndUtf8)
     const std::string bad = "\xEF\xBF\xBD";
     const std::pair<std::string, std::string> utf8[] = {
         {word, word},
-        {"a\x80"
-         "b",
-         "a" + bad + "b"},
+        {std::string("a\x80") + "b", "a" + bad + "b"},
         {"K\xC3", "K" + bad},
         {"\xC0\xAF", bad + bad},
         {"\xED\xA0\x80", bad + bad + bad},
