@@ -113,14 +113,16 @@ const Bytes kSpsRecord = cat({{1, 0x64, 0, 0x28, 0xff, 0xe1},
 
 } // namespace
 
+// Real encoders' common configurations are judged end to end by the oracle; these are the
+// rarer ones.
 TEST(CodecHeaders, FactsOfGoodStreams)
 {
+    const Bytes sbr = pack({{0x2B7, 11}, {5, 5}}); // backward-compatible SBR signalling
     const struct {
         Parse parse;
         Bytes bytes;
         Facts facts;
     } cases[] = {
-        {kAac, {0x12, 0x10}, {44100, 2, 1024, 16}}, // LC
         // HE-AAC: core 24 kHz, extension 48 kHz, then the LC core type; v2 needs a mono core.
         {kAac, pack({{5, 5}, {6, 4}, {2, 4}, {3, 4}, {2, 5}, {0, 3}}), {48000, 2, 2048, 16}},
         {kAac, pack({{29, 5}, {6, 4}, {1, 4}, {3, 4}, {2, 5}, {0, 3}}), {48000, 2, 2048, 16}},
@@ -128,63 +130,38 @@ TEST(CodecHeaders, FactsOfGoodStreams)
         {kAac, pack({{2, 5}, {3, 4}, {7, 4}, {0, 3}}), {48000, 8, 1024, 16}},
         {kAac, pack({{2, 5}, {3, 4}, {2, 4}, {4, 3}}), {48000, 2, 960, 16}},
         {kAac, pack({{2, 5}, {15, 4}, {22050, 24}, {1, 4}, {0, 3}}), {22050, 1, 1024, 16}},
-        // Backward-compatible signalling: LC 24 kHz, sync 0x2B7, SBR at 48 kHz, PS sync with PS.
+        // LC 24 kHz with SBR at 48 kHz and PS; SBR flagged off; an extension rate equal to the
+        // core's (downsampled SBR).
         {kAac,
-         pack({{2, 5},
-               {6, 4},
-               {1, 4},
-               {0, 3},
-               {0x2B7, 11},
-               {5, 5},
-               {1, 1},
-               {3, 4},
-               {0x548, 11},
-               {1, 1}}),
+         cat({pack({{2, 5}, {6, 4}, {1, 4}, {0, 3}}), sbr,
+              pack({{1, 1}, {3, 4}, {0x548, 11}, {1, 1}})}),
          {48000, 2, 2048, 16}},
-        // SBR flagged off; an extension rate equal to the core's (downsampled SBR).
+        {kAac, cat({pack({{2, 5}, {6, 4}, {2, 4}, {0, 3}}), sbr, {0}}), {24000, 2, 1024, 16}},
         {kAac,
-         pack({{2, 5}, {6, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {0, 1}}),
-         {24000, 2, 1024, 16}},
-        {kAac,
-         pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {1, 1}, {3, 4}}),
+         cat({pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}}), sbr, pack({{1, 1}, {3, 4}})}),
          {48000, 2, 1024, 16}},
-        {kAc3, kAc3Surround, {48000, 6, 1536, 1536}},
-        // 44.1 kHz frames alternate between two sizes; the odd frame-size code takes the longer.
-        {kAc3, {0x0b, 0x77, 0, 0, 0x41, 0x40, 0x20}, {44100, 1, 1536, 140}},
-        {kEac3, kEac3Stereo, {44100, 2, 1536, 0}},
-        // MPEG-2 layer III 22.05 kHz mono 56 kbit/s (an encoder's); padding adds a byte; MPEG-2.5;
-        // layer II; layer I; free format (no frame size from the header).
-        {kMpeg, {0xff, 0xf3, 0x70, 0xc0}, {22050, 1, 576, 182}},
-        {kMpeg, {0xff, 0xfb, 0x90, 0x64}, {44100, 2, 1152, 417}},
-        {kMpeg, {0xff, 0xfb, 0x92, 0x64}, {44100, 2, 1152, 418}},
+        // MPEG-2.5; layer II; layer I; free format (no frame size from the header).
         {kMpeg, {0xff, 0xe3, 0x18, 0xc4}, {8000, 1, 576, 72}},
         {kMpeg, {0xff, 0xfd, 0x94, 0x00}, {48000, 2, 1152, 480}},
         {kMpeg, {0xff, 0xff, 0x10, 0x00}, {44100, 2, 384, 32}},
         {kMpeg, {0xff, 0xfb, 0x00, 0x00}, {44100, 2, 1152, 0}},
-        {kFlac, flacBlock(0, kStreamInfo), {44100, 2, 4608, 16}},
-        // 24-bit samples are carried (bits per sample - 1 = 0b10111).
+        // 24-bit FLAC samples are carried (bits per sample - 1 = 0b10111).
         {kFlac, flacBlock(0, with(with(kStreamInfo, 12, 0x43), 13, 0x70)), {44100, 2, 4608, 24}},
-        // An encoder's header (4608 samples, left/side stereo), then block-size codes that carry
-        // the size at the end of the header; CRC-8 with x^8 + x^2 + x + 1.
-        {kFlacFrame, {0xff, 0xf8, 0x59, 0x88, 0x00, 0x8a}, {0, 0, 4608, 0}},
+        // FLAC block-size codes that carry the size at the end of the header; CRC-8 with x^8 +
+        // x^2 + x + 1.
         {kFlacFrame, {0xff, 0xf8, 0x69, 0x18, 0x00, 0x0f, 0x92}, {0, 0, 16, 0}},
         {kFlacFrame, {0xff, 0xf8, 0x79, 0x18, 0x00, 0x12, 0x33, 0xe2}, {0, 0, 4660, 0}},
         {kFlacFrame, {0xff, 0xf8, 0x19, 0x18, 0x00, 0xed}, {0, 0, 192, 0}},
-        {kAlac, kAlacConfig, {44100, 2, 4096, 16}},
-        // Inside its atom header, as some muxers store it.
-        {kAlac, cat({be(36, 4), text("alac"), be(0, 4), kAlacConfig}), {44100, 2, 4096, 16}},
-        // A full frame states no count; a shorter last frame does, after 23 header bits.
+        // A full ALAC frame states no count; a shorter last frame does, after 23 header bits.
         {kAlacFrame, pack({{1, 3}, {0, 4}, {0, 12}, {0, 1}}, 7), {0, 0, 4096, 0}},
         {kAlacFrame,
          pack({{1, 3}, {0, 4}, {0, 12}, {1, 1}, {0, 2}, {0, 1}, {1000, 32}}),
          {0, 0, 1000, 0}},
-        {kOpusConfig, kOpusHead, {0, 2, 312, 0}},
-        // CELT 20 ms; two SILK 60 ms frames; code 3 with four 2.5 ms frames.
-        {kOpusPacket, {31 << 3}, {0, 0, 960, 0}},
+        // Opus: two SILK 60 ms frames; code 3 with four 2.5 ms frames.
         {kOpusPacket, {(3 << 3) | 1}, {0, 0, 5760, 0}},
         {kOpusPacket, {(16 << 3) | 3, 4}, {0, 0, 480, 0}},
-        // High 4:4:4 1918x1078 crops in single samples; interlaced doubles the vertical unit;
-        // Baseline carries no chroma information.
+        // H.264: High 4:4:4 1918x1078 crops in single samples; interlaced doubles the vertical
+        // unit.
         {kSps,
          {0x67, 0xf4, 0x00, 0x28, 0x91, 0x9b, 0x28, 0x0f, 0x00, 0x44, 0xf7, 0x17, 0x80, 0x88,
           0x00, 0x00, 0x03, 0x00, 0x08, 0x00, 0x00, 0x03, 0x01, 0x90, 0x78, 0xc1, 0x8c, 0xb0},
@@ -194,10 +171,6 @@ TEST(CodecHeaders, FactsOfGoodStreams)
          {0x67, 0x64, 0x00, 0x1e, 0xac, 0xd9, 0x40, 0xb4, 0x24, 0xf5, 0x58, 0x08, 0x80,
           0x00, 0x00, 0x03, 0x00, 0x80, 0x00, 0x00, 0x19, 0x0f, 0x8a, 0x14, 0xcb},
          {718, 572, 0, 0}},
-        {kSps, {0x67, 0x42, 0xc0, 0x0d, 0xda, 0x05, 0x07, 0xe4}, {320, 240, 0, 0}},
-        // VP9 profile 0 (level 2.0, 8 bits), profile 2 with ten_or_twelve_bit 0 (10 bits).
-        {kVp9, {0x82, 0x49, 0x83, 0x42, 0x40, 0, 0, 0}, {20, 0x82, 0, 0}},
-        {kVp9, {0x92, 0x49, 0x83, 0x42, 0x20, 0, 0, 0}, {20, 0xA2, 0, 0}},
     };
     for (std::size_t i = 0; i < std::size(cases); ++i)
         EXPECT_EQ(cases[i].parse(cases[i].bytes), cases[i].facts) << i;
@@ -206,9 +179,6 @@ TEST(CodecHeaders, FactsOfGoodStreams)
 TEST(CodecHeaders, DerivedBoxes)
 {
     // What MP4 writers store for these streams.
-    EXPECT_EQ(ac3Frame(kAc3Surround).dac3, (std::array<std::uint8_t, 3>{0x10, 0x3d, 0xc0}));
-    EXPECT_EQ(ac3Frame(Bytes{0x0b, 0x77, 0, 0, 0x41, 0x40, 0x20}).dac3,
-              (std::array<std::uint8_t, 3>{0x50, 0x08, 0x00}));
     // 192 kbit/s, one programme, 44.1 kHz, bsid 16, 2/0; then with the rear pair: (834 + 64)
     // bytes per frame, fscod to lfeon, reserved, num_dep_sub, chan_loc.
     EXPECT_EQ(eac3Frame(kEac3Stereo).dec3, (Bytes{0x06, 0x00, 0x60, 0x04, 0x00}));
@@ -218,7 +188,6 @@ TEST(CodecHeaders, DerivedBoxes)
                    pack({{0, 3}, {1, 4}, {0x080, 9}})}));
     EXPECT_EQ(mpegAudioFrame(Bytes{0xff, 0xf3, 0x70, 0xc0}).objectType, 0x69);
     EXPECT_EQ(mpegAudioFrame(Bytes{0xff, 0xe3, 0x18, 0xc4}).objectType, 0x69);
-    EXPECT_EQ(mpegAudioFrame(Bytes{0xff, 0xfb, 0x90, 0x64}).objectType, 0x6B);
     EXPECT_EQ(opusSpecificBox(opusHead(kOpusHead)),
               (Bytes{0, 2, 0x01, 0x38, 0, 0, 0xBB, 0x80, 0, 0, 0}));
     // FLAC padding goes, and the last-block flag moves to the comment that is now last; a single

@@ -62,29 +62,14 @@ Bytes goodFile()
 
 } // namespace
 
-TEST(Flv, IndexesAvcAndAac)
+// The common case (samples, their places, key flags and times) is judged end to end by the oracle
+// on an encoder's FLV; these are the forms it does not hold.
+TEST(Flv, NegativeCompositionExtendedTimesAndUnannouncedStreams)
 {
-    const Bytes file = goodFile();
-    const qv::Index index = demux(file);
-    ASSERT_EQ(index.tracks.size(), 2u);
-    const qv::Track& video = index.tracks[0];
-    ASSERT_EQ(video.samples.size(), 2u);
-    EXPECT_TRUE(video.samples[0].key);
-    EXPECT_FALSE(video.samples[1].key);
     // A composition time of -1 shows the picture 1 ms before it is decoded.
-    EXPECT_EQ(video.samples[1].decodeTime, 40'000'000);
-    EXPECT_EQ(video.samples[1].time, 39'000'000);
-    // Samples point at the NAL units inside the file, behind the 16 bytes of tag and video header.
-    const auto& first = video.samples[0];
-    EXPECT_EQ(Bytes(file.begin() + first.position, file.begin() + first.position + first.size),
-              (Bytes{0, 0, 0, 2, 0x65, 0x88}));
-    const qv::Track& audio = index.tracks[1];
-    ASSERT_EQ(audio.samples.size(), 2u);
-    EXPECT_EQ(audio.samples[1].time, 23'000'000);
-    EXPECT_EQ(audio.samples[1].size, 4u);
-    EXPECT_EQ(audio.samples[1].pcmSamples, 1024u);
-    EXPECT_EQ(file[audio.samples[1].position + 2], 0x05);
-
+    const auto late = demux(goodFile()).tracks.at(0).samples.at(1);
+    EXPECT_EQ(late.decodeTime, 40'000'000);
+    EXPECT_EQ(late.time, 39'000'000);
     // The extended timestamp is the upper byte.
     EXPECT_EQ(demux(cat({header(4), audioTag(0, 0, kAacLc44), audioTag(0x01000010, 1, {0x21})}))
                   .tracks[0]
