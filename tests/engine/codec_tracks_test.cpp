@@ -15,8 +15,7 @@ TEST(CodecTracks, FactsComeFromTheStream)
         return el(0xE1, el(0xB5, be(std::bit_cast<std::uint64_t>(hz), 8)));
     };
     const Bytes ac3 = cat({{0x0b, 0x77, 0, 0, 0, 0x40, 0x40}, Bytes(121, 0)}); // 48 kHz, 128 bytes
-    Bytes layer3{0xff, 0xfb, 0x90, 0x64}, layer2{0xff, 0xfd, 0x94, 0x00};
-    layer3.resize(417, 0);
+    Bytes layer2{0xff, 0xfd, 0x94, 0x00};
     layer2.resize(480, 0);
     const Bytes flac = cat({{'f', 'L', 'a', 'C', 0x80, 0, 0, 34}, kStreamInfo});
     // ALAC: 4096-sample frames, 24 bits, stereo, 96 kHz; a full frame, then a last one of 100.
@@ -45,7 +44,6 @@ TEST(CodecTracks, FactsComeFromTheStream)
         // frame that do not start a new one are not counted.
         {"A_AC3", rate(48000), one(cat({ac3, ac3})), 0, {}, {3072}},
         {"A_AC3", rate(48000), one(cat({ac3, Bytes(16, 0)})), 0, {}, {1536}},
-        {"A_MPEG/L3", rate(44100), one(layer3), 0, {}, {1152}},
         {"A_MPEG/L3", rate(44100), one(layer2), 2, {}, {}}, // layer II in an MP3 track
         // The stream's own configuration wins over what the track claims (48 kHz, mono).
         {"A_FLAC",
@@ -72,8 +70,8 @@ TEST(CodecTracks, FactsComeFromTheStream)
             parsed(file, [](qv::Reader& reader) { return qv::matroska(reader).tracks.at(0); });
         const std::array<std::uint32_t, 4> got{track.audio.sampleRate, track.sampleRate,
                                                track.audio.channels, track.audio.bitsPerSample};
-        for (std::size_t k = 0; k < 4; ++k)
-            if (c.facts[k]) EXPECT_EQ(got[k], c.facts[k]) << i << " " << k;
+        for (std::size_t k = 0; k < 4; ++k) // a fact of 0 is not checked
+            EXPECT_EQ(c.facts[k] ? got[k] : 0, c.facts[k]) << i << " " << k;
         std::vector<std::uint64_t> pcm;
         for (const auto& s : track.samples)
             pcm.push_back(s.pcmSamples);

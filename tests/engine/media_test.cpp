@@ -31,14 +31,60 @@ int cancelAfter(void* context)
     return (*remaining)-- <= 0 ? 1 : 0;
 }
 
+const std::filesystem::path kSeeds = QV_MEDIA_SEEDS;
+
+// A fixed xorshift generator, so a failing variant can be found again by its number.
+std::uint64_t randomNumber()
+{
+    static std::uint64_t state = 0x9E3779B97F4A7C15ull;
+    state ^= state << 13;
+    state ^= state >> 7;
+    return state ^= state << 17;
+}
+
+// Opens one variant and reads it completely in uneven pieces; returns a description of the first
+// broken promise, or an empty string. Counts the variants that opened.
+std::string exercise(const Bytes& bytes, int& opened)
+{
+    std::uint32_t code = 99;
+    QVMedia* media = openBytes(bytes, code);
+    if (!media) {
+        if (code < 1 || code > 5) return "refused with code " + std::to_string(code);
+    } else {
+        const std::uint64_t size = qv_media_size(media);
+        if (code != 0) return "opened with code " + std::to_string(code);
+        if (qv_media_video_tracks(media) + qv_media_audio_tracks(media) == 0) return "no tracks";
+        Bytes buffer(4096);
+        std::uint64_t piece = 1;
+        for (std::uint64_t at = 0; at < size;) {
+            const auto n = qv_media_read(media, at, buffer.data(), piece);
+            if (n <= 0 || static_cast<std::uint64_t>(n) > std::min(piece, size - at)) {
+                qv_media_close(media);
+                return "read at " + std::to_string(at) + " gave " + std::to_string(n);
+            }
+            at += static_cast<std::uint64_t>(n);
+            piece = piece * 5 % buffer.size() + 1;
+        }
+        const bool endOk = qv_media_read(media, size, buffer.data(), 1) == 0 &&
+                           qv_media_read(media, size + 1, buffer.data(), 1) == -1;
+        qv_media_close(media);
+        if (!endOk) return "reads at the end misbehave";
+        ++opened;
+    }
+    const std::int32_t presence =
+        qv::transportPresence([&] { return sourceOf(bytes); }, nullptr, nullptr);
+    if (presence > 3 || presence < -5) return "presence " + std::to_string(presence);
+    return {};
+}
+
 } // namespace
 
+// Empty and foreign files, trailing bytes, encrypted tracks and codecs not carried are refused on
+// real files by the oracle.
 TEST(Media, RefusesFilesWithTheirCodes)
 {
     auto wrongDoc = threeFrames(); // DocType neither matroska nor webm
     std::copy_n("wobm", 4, wrongDoc.begin() + 12 + 3 + 8);
-    const auto vp8 = el(0xAE, cat({uintEl(0xD7, 2, 1), uintEl(0x83, 1, 1), textEl(0x86, "V_VP8"),
-                                   el(0xE0, cat({uintEl(0xB0, 64, 2), uintEl(0xBA, 48, 2)}))}));
     const auto padded = el(0xA0, cat({el(0xA1, {0x81, 0, 0, 0, 7}), el(0x75A2, {0x10})}));
     const auto withBlocks = [](const Bytes& tracks, const Bytes& blocks) {
         return matroskaFile(tracks, cluster(0, blocks));
@@ -46,17 +92,11 @@ TEST(Media, RefusesFilesWithTheirCodes)
     const Bytes nine = simpleBlock(0, true, Bytes(9, 1)), five = simpleBlock(0, true, Bytes(5, 1));
     const auto six = simpleBlock(0, true, Bytes(6, 2));
     const std::vector<std::pair<Bytes, std::uint32_t>> cases{
-        {{}, 1},                                                   // empty
-        {{'R', 'I', 'F', 'F', 0, 0, 0, 0}, 2},                     // no demuxer
-        {cat({threeFrames(), {0}}), 1},                            // trailing byte
         {threeFrames({}, el(0x1549A966, uintEl(0x2AD7B1, 0))), 1}, // TimecodeScale 0
-        {threeFrames(el(0x6D80, {})), 2},                          // ContentEncodings
         {threeFrames(uintEl(0x56AA, 1'000'000'001)), 3},           // CodecDelay > 1 s
         {wrongDoc, 2},                                             //
         {cat({el(0x1A45DFA3, {}), el(0x18538067, {})}), 1},        // no DocType at all
-        // A video codec we do not carry fails the file even with good audio beside it.
-        {withBlocks(cat({aacTrack(), vp8}), nine), 2},
-        {withBlocks(cat({aacTrack(), aacTrack()}), nine), 1}, // a track number used twice
+        {withBlocks(cat({aacTrack(), aacTrack()}), nine), 1},      // a track number used twice
         // DiscardPadding is only allowed on a track's last block.
         {withBlocks(aacTrack(), cat({padded, simpleBlock(21, true, Bytes(9, 1))})), 2},
         // A gap of 100 ms inside an audio track.
@@ -85,15 +125,12 @@ TEST(Media, VirtualFileLayoutReadsAndCancellation)
     remaining = 1'000'000;
     QVMedia* media = qv_media_open(file.path().c_str(), cancelAfter, &remaining, &code);
     ASSERT_NE(media, nullptr) << code;
-    EXPECT_EQ(qv_media_sample_count(media), 3u);
 
     const auto size = qv_media_size(media);
     Bytes whole(size);
     ASSERT_EQ(qv_media_read(media, 0, whole.data(), size), std::int64_t(size));
-    // A 64-bit mdat header right before the frames, which follow back to back in source order.
+    // The frames follow back to back at the end, in source order (the rest is judged by ffprobe).
     const auto samples = size - 220;
-    EXPECT_EQ(Bytes(whole.begin() + samples - 16, whole.begin() + samples),
-              (Bytes{0, 0, 0, 1, 'm', 'd', 'a', 't', 0, 0, 0, 0, 0, 0, 0, 220 + 16}));
     EXPECT_EQ(Bytes(whole.begin() + samples, whole.end()),
               cat({Bytes(100, 0x11), Bytes(50, 0x22), Bytes(70, 0x33)}));
     // One read from the header into the samples, and one across all three slices.
@@ -158,56 +195,6 @@ TEST(Media, ManySmallFramesReadBackFromAnyOffset)
 // Thousands of truncated and byte-flipped variants of small real files: every open must end in a
 // handle or a code, every read of an opened variant must stay inside the virtual file, and the
 // transport probe must answer within its range.
-namespace {
-
-const std::filesystem::path kSeeds = QV_MEDIA_SEEDS;
-
-// A fixed xorshift generator, so a failing variant can be found again by its number.
-std::uint64_t randomNumber()
-{
-    static std::uint64_t state = 0x9E3779B97F4A7C15ull;
-    state ^= state << 13;
-    state ^= state >> 7;
-    return state ^= state << 17;
-}
-
-// Opens one variant and reads it completely in uneven pieces; returns a description of the first
-// broken promise, or an empty string. Counts the variants that opened.
-std::string exercise(const Bytes& bytes, int& opened)
-{
-    std::uint32_t code = 99;
-    QVMedia* media = openBytes(bytes, code);
-    if (!media) {
-        if (code < 1 || code > 5) return "refused with code " + std::to_string(code);
-    } else {
-        const std::uint64_t size = qv_media_size(media);
-        if (code != 0) return "opened with code " + std::to_string(code);
-        if (qv_media_video_tracks(media) + qv_media_audio_tracks(media) == 0) return "no tracks";
-        Bytes buffer(4096);
-        std::uint64_t piece = 1;
-        for (std::uint64_t at = 0; at < size;) {
-            const auto n = qv_media_read(media, at, buffer.data(), piece);
-            if (n <= 0 || static_cast<std::uint64_t>(n) > std::min(piece, size - at)) {
-                qv_media_close(media);
-                return "read at " + std::to_string(at) + " gave " + std::to_string(n);
-            }
-            at += static_cast<std::uint64_t>(n);
-            piece = piece * 5 % buffer.size() + 1;
-        }
-        const bool endOk = qv_media_read(media, size, buffer.data(), 1) == 0 &&
-                           qv_media_read(media, size + 1, buffer.data(), 1) == -1;
-        qv_media_close(media);
-        if (!endOk) return "reads at the end misbehave";
-        ++opened;
-    }
-    const std::int32_t presence =
-        qv::transportPresence([&] { return sourceOf(bytes); }, nullptr, nullptr);
-    if (presence > 3 || presence < -5) return "presence " + std::to_string(presence);
-    return {};
-}
-
-} // namespace
-
 TEST(Mutation, TruncatedAndFlippedSeedsFailCleanly)
 {
     ASSERT_TRUE(std::filesystem::is_directory(kSeeds)) << kSeeds;
