@@ -115,7 +115,7 @@ TEST(Media, RefusesFilesWithTheirCodes)
         EXPECT_EQ(openCode(cases[i].first), cases[i].second) << i;
 }
 
-TEST(Media, VirtualFileLayoutReadsAndCancellation)
+TEST(Media, ReadBoundariesAndCancellation)
 {
     TempFile file(threeFrames());
     std::uint32_t code = 0;
@@ -127,18 +127,6 @@ TEST(Media, VirtualFileLayoutReadsAndCancellation)
     ASSERT_NE(media, nullptr) << code;
 
     const auto size = qv_media_size(media);
-    Bytes whole(size);
-    ASSERT_EQ(qv_media_read(media, 0, whole.data(), size), std::int64_t(size));
-    // The frames follow back to back at the end, in source order (the rest is judged by ffprobe).
-    const auto samples = size - 220;
-    EXPECT_EQ(Bytes(whole.begin() + samples, whole.end()),
-              cat({Bytes(100, 0x11), Bytes(50, 0x22), Bytes(70, 0x33)}));
-    // One read from the header into the samples, and one across all three slices.
-    for (const auto& [at, n] : {std::pair(samples - 20, 40), std::pair(samples + 10, 200)}) {
-        Bytes piece(n);
-        ASSERT_EQ(qv_media_read(media, at, piece.data(), n), n);
-        EXPECT_EQ(piece, Bytes(whole.begin() + at, whole.begin() + at + n));
-    }
     // Boundaries: at the end, past the end, above the cap, no buffer, a capped read at the end.
     std::vector<std::uint8_t> big(QV_MEDIA_MAX_READ + 1);
     EXPECT_EQ(qv_media_read(media, size, big.data(), 1), 0);
@@ -163,6 +151,7 @@ TEST(Media, VirtualFileLayoutReadsAndCancellation)
 
 // Hundreds of small frames of varied sizes: their gaps grow along a read, so every way of moving a
 // sample into place is used, and any byte written past a sample's end would show in the next one.
+// They must follow their header back to back, in source order, whatever the size of the reads.
 TEST(Media, ManySmallFramesReadBackFromAnyOffset)
 {
     Bytes blocks, expected;
@@ -176,11 +165,12 @@ TEST(Media, ManySmallFramesReadBackFromAnyOffset)
     std::uint32_t code = 0;
     QVMedia* media = openBytes(file, code);
     ASSERT_NE(media, nullptr) << code;
+    // From the 64-bit mdat header on, so reads also cross from the header into the samples.
+    expected = cat({be(1, 4), text("mdat"), be(expected.size() + 16, 8), expected});
     const auto size = qv_media_size(media);
-    const auto samples = size - expected.size();
     for (const std::uint64_t piece : {1, 63, 64, 129, 1000, 100'000}) {
         Bytes got;
-        for (std::uint64_t at = samples; at < size;) {
+        for (std::uint64_t at = size - expected.size(); at < size;) {
             Bytes buffer(piece);
             const auto n = qv_media_read(media, at, buffer.data(), piece);
             ASSERT_GT(n, 0) << piece << " at " << at;
