@@ -1,5 +1,5 @@
 #pragma once
-// Helpers for engine tests: readers over inline bytes (one byte per call in the trickle run, and
+// Helpers for engine tests: sources over inline bytes (one byte per read in the trickle run, and
 // failing at every offset where a helper says so), failure codes, bit packing and a tiny
 // EBML/Matroska builder.
 #include "engine/failure.h"
@@ -9,14 +9,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <initializer_list>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <unistd.h>
@@ -55,30 +53,21 @@ inline std::uint32_t codeOf(auto&& call)
     return 0;
 }
 
-// Yields one byte per call, so that every boundary of every parser lies between two reads.
-class TrickleSource : public qv::Source {
+// Serves the bytes, one per call in the trickle run (QV_TEST_SOURCE=trickle) so that every
+// boundary of every parser lies between two reads, and fails (kInputOutput) from `failAt` on.
+class TestSource : public qv::Source {
 public:
-    explicit TrickleSource(const Bytes& bytes) : m_bytes(bytes) {}
-    std::uint64_t size() const override { return m_bytes.size(); }
-    std::uint64_t read(std::uint64_t position, std::uint8_t* destination, std::uint64_t) override
+    TestSource(const Bytes& bytes, std::uint64_t failAt = ~0ull)
+        : m_bytes(bytes), m_failAt(failAt),
+          m_trickle(std::getenv("QV_TEST_SOURCE") &&
+                    std::getenv("QV_TEST_SOURCE") == std::string("trickle"))
     {
-        *destination = m_bytes[position];
-        return 1;
     }
-
-private:
-    const Bytes& m_bytes;
-};
-
-// Serves the bytes before `failAt` and fails (kInputOutput) when asked for any byte from there.
-class FailingSource : public qv::Source {
-public:
-    FailingSource(const Bytes& bytes, std::uint64_t failAt) : m_bytes(bytes), m_failAt(failAt) {}
     std::uint64_t size() const override { return m_bytes.size(); }
     std::uint64_t read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n) override
     {
         if (position >= m_failAt) qv::fail(qv::kInputOutput);
-        const auto take = std::min(n, m_failAt - position);
+        const auto take = std::min({n, m_failAt - position, m_trickle ? std::uint64_t{1} : n});
         std::memcpy(destination, m_bytes.data() + position, take);
         return take;
     }
@@ -86,20 +75,13 @@ public:
 private:
     const Bytes& m_bytes;
     std::uint64_t m_failAt;
+    bool m_trickle;
 };
 
-// The engine tests run twice: from memory, and with QV_TEST_SOURCE=trickle one byte per read.
-inline bool trickle()
-{
-    const char* mode = std::getenv("QV_TEST_SOURCE");
-    return mode && std::strcmp(mode, "trickle") == 0;
-}
-
 // The run's source over bytes, which must outlive it.
-inline std::unique_ptr<qv::Source> sourceOf(const Bytes& bytes)
+inline std::unique_ptr<qv::Source> sourceOf(const Bytes& bytes, std::uint64_t failAt = ~0ull)
 {
-    if (trickle()) return std::make_unique<TrickleSource>(bytes);
-    return std::make_unique<qv::MemorySource>(bytes);
+    return std::make_unique<TestSource>(bytes, failAt);
 }
 
 inline qv::Reader readerOf(const Bytes& bytes)
@@ -107,28 +89,25 @@ inline qv::Reader readerOf(const Bytes& bytes)
     return qv::Reader(sourceOf(bytes), nullptr, nullptr);
 }
 
-// Runs `run` (given a maker of sources) once for every offset with a source that fails there: each
-// run must end with the code `expected` of the real run, or with kInputOutput, and nothing else.
-template <typename Run> void atEveryFailure(const Bytes& bytes, std::uint32_t expected, Run&& run)
+// Runs `run(failAt)`, which returns a code, for real and then with a source failing at every
+// offset: each of those must end with the real run's code or kInputOutput, and nothing else.
+template <typename Run> std::uint32_t swept(const Bytes& bytes, Run&& run)
 {
+    const std::uint32_t expected = run(~0ull);
     for (std::uint64_t at = 0; at < bytes.size(); ++at) {
-        const auto code = run([&] { return std::make_unique<FailingSource>(bytes, at); });
+        const std::uint32_t code = run(at);
         EXPECT_TRUE(code == expected || code == qv::kInputOutput)
             << "a source failing at " << at << " gave " << code << " instead of " << expected;
     }
+    return expected;
 }
 
-// Runs parse on a reader of bytes, at every failing offset, then for real; returns the real run's
-// result.
+// Runs parse on a reader of bytes, swept, then for real; returns the real run's result.
 template <typename Parse> auto parsed(const Bytes& bytes, Parse&& parse)
 {
-    const auto expected = codeOf([&] {
-        auto reader = readerOf(bytes);
-        parse(reader);
-    });
-    atEveryFailure(bytes, expected, [&](auto failing) {
+    swept(bytes, [&](std::uint64_t failAt) {
         return codeOf([&] {
-            qv::Reader reader(failing(), nullptr, nullptr);
+            qv::Reader reader(sourceOf(bytes, failAt), nullptr, nullptr);
             parse(reader);
         });
     });
@@ -137,22 +116,19 @@ template <typename Parse> auto parsed(const Bytes& bytes, Parse&& parse)
 }
 
 // An open handle on bytes (which must outlive it), or null with the code in `code`.
-inline QVMedia* openBytes(const Bytes& bytes, std::uint32_t& code)
+inline QVMedia* openBytes(const Bytes& bytes, std::uint32_t& code, std::uint64_t failAt = ~0ull)
 {
-    return qv::openMedia([&] { return sourceOf(bytes); }, nullptr, nullptr, &code);
+    return qv::openMedia([&] { return sourceOf(bytes, failAt); }, nullptr, nullptr, &code);
 }
 
-// The code qv_media_open gives for these bytes (0 when it opens), checked at every failing offset.
+// The code qv_media_open gives for these bytes (0 when it opens), swept.
 inline std::uint32_t openCode(const Bytes& bytes)
 {
-    std::uint32_t expected = 99;
-    qv_media_close(openBytes(bytes, expected));
-    atEveryFailure(bytes, expected, [&](auto failing) {
+    return swept(bytes, [&](std::uint64_t failAt) {
         std::uint32_t code = 99;
-        qv_media_close(qv::openMedia(failing, nullptr, nullptr, &code));
+        qv_media_close(openBytes(bytes, code, failAt));
         return code;
     });
-    return expected;
 }
 
 inline Bytes cat(std::initializer_list<Bytes> parts)
@@ -197,31 +173,19 @@ inline Bytes pack(std::initializer_list<std::pair<std::uint64_t, unsigned>> fiel
     return out;
 }
 
-// STREAMINFO of a 44.1 kHz stereo 16-bit stream with 4608-sample blocks, as a FLAC encoder wrote
-// it.
+// A FLAC encoder's STREAMINFO: 44.1 kHz stereo 16-bit, 4608-sample blocks, 8820 samples.
 inline const Bytes kStreamInfo{0x12, 0x00, 0x12, 0x00, 0x00, 0x04, 0xa3, 0x00, 0x05,
                                0x08, 0x0a, 0xc4, 0x42, 0xf0, 0x00, 0x00, 0x22, 0x74,
                                0x5d, 0x10, 0x5c, 0xeb, 0x21, 0x2a, 0xd5, 0xd3, 0x6e,
                                0x4f, 0x56, 0x08, 0xde, 0xf3, 0xd8, 0xb7};
 
-inline Bytes idBytes(std::uint64_t id)
+// An element with an 8-byte size field (valid EBML, and simple to build).
+inline Bytes el(std::uint64_t id, const Bytes& payload)
 {
     Bytes out;
     for (int shift = 24; shift >= 0; shift -= 8)
         if ((id >> shift) != 0 || shift == 0) out.push_back(static_cast<std::uint8_t>(id >> shift));
-    return out;
-}
-
-// An element with an 8-byte size field (valid EBML, and simple to build).
-inline Bytes el(std::uint64_t id, const Bytes& payload)
-{
-    return cat({idBytes(id), {0x01}, be(payload.size(), 7), payload});
-}
-
-// An element whose size is "unknown" (all ones, one byte).
-inline Bytes unknownSized(std::uint64_t id, const Bytes& payload)
-{
-    return cat({idBytes(id), {0xFF}, payload});
+    return cat({out, {0x01}, be(payload.size(), 7), payload});
 }
 
 inline Bytes uintEl(std::uint64_t id, std::uint64_t value, int width = 4)
@@ -231,7 +195,7 @@ inline Bytes uintEl(std::uint64_t id, std::uint64_t value, int width = 4)
 
 inline Bytes textEl(std::uint64_t id, const std::string& text)
 {
-    return el(id, Bytes(text.begin(), text.end()));
+    return el(id, qv_test::text(text));
 }
 
 inline Bytes ebmlHeader(const std::string& docType = "webm")

@@ -1,9 +1,9 @@
+// The transport-stream probe: which kinds the programme maps announce, over packet grids, split
+// and damaged sections (the CRC itself is checked against real streams by the oracle).
 #include "engine/transport_stream.h"
 #include "engine_test_support.h"
 
 #include <gtest/gtest.h>
-
-#include <string_view>
 
 using namespace qv_transport;
 using namespace qv_test;
@@ -13,18 +13,16 @@ constexpr std::uint32_t kVideo = QV_MEDIA_HAS_VIDEO;
 
 namespace {
 
-void appendCrc(Bytes& section)
+Bytes withCrc(const Bytes& section)
 {
-    const Bytes crc = be(sectionCrc(section), 4);
-    section.insert(section.end(), crc.begin(), crc.end());
+    return cat({section, be(sectionCrc(section), 4)});
 }
 
 // A table section with syntax, version 0, current, section 0 of 0, and its CRC.
 Bytes section(std::uint8_t table, std::uint16_t id, const Bytes& body)
 {
-    Bytes s = cat({{table}, be(0xB000 | (5 + body.size() + 4), 2), be(id, 2), {0xC1, 0, 0}, body});
-    appendCrc(s);
-    return s;
+    return withCrc(
+        cat({{table}, be(0xB000 | (5 + body.size() + 4), 2), be(id, 2), {0xC1, 0, 0}, body}));
 }
 
 Bytes pat(const std::vector<std::pair<std::uint16_t, std::uint16_t>>& programs)
@@ -67,13 +65,6 @@ Bytes stream(std::initializer_list<Bytes> packets)
 
 } // namespace
 
-TEST(TransportStream, SectionCrcIsTheMpegVariant)
-{
-    constexpr std::string_view check = "123456789";
-    EXPECT_EQ(sectionCrc({reinterpret_cast<const std::uint8_t*>(check.data()), check.size()}),
-              0x0376E6E7u);
-}
-
 // Each case: a stream and the kinds its programme maps announce.
 TEST(TransportStream, PresenceFromProgrammeMaps)
 {
@@ -95,8 +86,7 @@ TEST(TransportStream, PresenceFromProgrammeMaps)
     // An elementary-stream info length that runs past the section drops the whole section.
     Bytes overrun = pmt({0x0F, 0x1B});
     overrun[12 + 5 + 4] = 0x20;
-    overrun.resize(overrun.size() - 4);
-    appendCrc(overrun);
+    overrun = withCrc(Bytes(overrun.begin(), overrun.end() - 4));
     std::vector<std::pair<std::uint16_t, std::uint16_t>> many; // 17 programmes: 16 are followed
     for (std::uint16_t i = 0; i < 17; ++i)
         many.push_back({static_cast<std::uint16_t>(i + 1), static_cast<std::uint16_t>(0x1000 + i)});
