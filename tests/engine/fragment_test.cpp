@@ -41,8 +41,9 @@ struct Built {
     std::vector<std::uint64_t> clusters; // absolute positions
 };
 
-// SeekHead, Tracks, the clusters, then Cues naming `cued` clusters (by index; a position of ~0
-// points past the file) at the given times.
+// SeekHead, Tracks, the clusters, then Cues naming `cued` clusters (by index in the low byte, plus
+// the bytes above it into the cluster; an index past the clusters points past the file) at the
+// given times.
 Built withCues(const std::vector<Bytes>& clusters,
                const std::vector<std::pair<std::uint64_t, std::uint64_t>>& cued)
 {
@@ -62,7 +63,8 @@ Built withCues(const std::vector<Bytes>& clusters,
     }
     Bytes points;
     for (const auto& [index, ticks] : cued) {
-        const auto at = index < starts.size() ? starts[index] : std::uint64_t(1) << 40;
+        const auto at =
+            (index & 0xFF) < starts.size() ? starts[index & 0xFF] + (index >> 8) : 1ull << 40;
         points = cat(
             {points, el(0xBB, cat({uintEl(0xB3, ticks, 8),
                                    el(0xB7, cat({uintEl(0xF7, 1, 1), uintEl(0xF1, at, 8)}))}))});
@@ -126,6 +128,9 @@ TEST(Fragments, LayoutChosenOnlyWhenCuesLocateClusters)
         {"cues at some clusters", {{0, 0}, {2, 427}}, QV_MEDIA_LAYOUT_FRAGMENTED},
         {"no cue points", {}, QV_MEDIA_LAYOUT_FULL},
         {"a cue past the end of the file", {{0, 0}, {9, 213}}, QV_MEDIA_LAYOUT_FULL},
+        {"a middle cue inside a cluster",
+         {{0, 0}, {1, 213}, {2 | 5 << 8, 427}, {3, 640}},
+         QV_MEDIA_LAYOUT_FULL},
     };
     for (const auto& c : cases) {
         TempFile file(withCues(clusters, c.cued).file);
