@@ -177,8 +177,11 @@ void Reader::preload(std::span<const std::pair<std::uint64_t, std::uint64_t>> ra
         for (auto i = first; i < ranges.size(); i += count)
             load(source, i);
     };
+    // Nothing may throw while a thread runs: both lists have their room before the first starts.
     std::vector<std::thread> threads;
+    threads.reserve(count);
     std::vector<std::size_t> here{0};
+    here.reserve(count);
     for (std::size_t k = 1; k < count; ++k) {
         try {
             if (auto other = m_source->another()) {
