@@ -58,6 +58,17 @@ double median(QList<double> v)
     return v.isEmpty() ? 0 : v[v.size() / 2];
 }
 
+// "median ms (lowest–highest)": the machine is shared, so one number says little.
+QString spread(const QList<double>& v)
+{
+    const auto [low, high] = std::minmax_element(v.begin(), v.end());
+    return QString::number(median(v), 'f', 1) + " ms (" +
+           (v.isEmpty()
+                ? QString()
+                : QString::number(*low, 'f', 1) + QChar(0x2013) + QString::number(*high, 'f', 1)) +
+           ")";
+}
+
 // Open to first picture through the native backend; -1 on failure or after 60 s.
 double nativeFirstPicture(NativePlayback& backend, const QString& path)
 {
@@ -183,12 +194,12 @@ int main(int argc, char** argv)
             return QString::number(100.0 * bytes / fileSize, 'f', 3) + " %";
         };
         out << (cold ? "cold" : "warm") << ":\n"
-            << "  engine open:              " << QString::number(median(engine), 'f', 1) << " ms, "
+            << "  engine open:              " << spread(engine) << ", "
             << (layout == QV_MEDIA_LAYOUT_FRAGMENTED ? "fragmented" : "full") << " layout, read "
             << QString::number(median(asked) / 1e6, 'f', 2) << " MB (" << percent(median(asked))
             << " of the file; from disk " << QString::number(median(disk) / 1e6, 'f', 2) << " MB)\n"
-            << "  native, first picture:    " << QString::number(median(native), 'f', 1) << " ms\n"
-            << "  playbin, first picture:   " << QString::number(median(playbin), 'f', 1) << " ms\n"
+            << "  native, first picture:    " << spread(native) << "\n"
+            << "  playbin, first picture:   " << spread(playbin) << "\n"
             << "  native / playbin:         "
             << QString::number(median(native) / median(playbin), 'f', 2) << "x (goal 1.5x)\n";
     }

@@ -11,6 +11,8 @@ inline constexpr std::uint64_t kMaxRead = 1'048'576;
 inline constexpr std::uint64_t kReadAheadWindow = 262'144;
 // Smallest read-ahead window, used after the reader jumps.
 inline constexpr std::uint64_t kReadAheadMinimum = 1'024;
+// Threads that read ahead at once while a file opens, each with its own handle on the file.
+inline constexpr std::size_t kPreloadThreads = 8;
 // Tracks kept per file.
 inline constexpr std::uint32_t kMaxTracks = 32;
 // Clusters recorded per Matroska file.

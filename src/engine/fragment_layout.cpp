@@ -28,6 +28,10 @@ constexpr std::size_t kMoofCache = 16;
 constexpr std::uint64_t kSlackSamples = 16;
 // Fragments looked through, back from the last, for the end of a track that stops early.
 constexpr std::size_t kEndSearch = 8;
+// Fragments besides the first, second and last whose cue is checked at open.
+constexpr std::size_t kCueChecks = 16;
+// Bytes of a fragment read in one go at open; a longer one is walked beyond by the usual reads.
+constexpr std::uint64_t kPreloadBytes = 4ull << 20;
 // trun data offsets are signed 32-bit, counted from the moof.
 constexpr std::uint64_t kMaxFragmentSpan = 0x7FFFFFFF;
 
@@ -115,6 +119,27 @@ bool FragmentedMovie::build()
             (i + 1 < m_fragments.size() ? m_fragments[i + 1].source : head.segmentEnd) -
             m_fragments[i].source;
     m_heads = std::move(head.index);
+
+    // What open and the first read walk, read at once: the first two fragments and the last.
+    // Beside them, the first bytes of up to kCueChecks other fragments, spread evenly, so that
+    // Cues pointing at something other than a Cluster keep the full layout.
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> wanted;
+    const std::size_t count = m_fragments.size();
+    for (const auto i : {std::size_t(0), std::size_t(1), count - 1})
+        if (i < count && (wanted.empty() || wanted.back().first < m_fragments[i].source))
+            wanted.emplace_back(m_fragments[i].source,
+                                std::min(m_fragments[i].length, kPreloadBytes));
+    std::vector<std::uint64_t> checked;
+    if (count > 2) checked.push_back(m_fragments[1].source);
+    const std::size_t middle = count > 3 ? count - 3 : 0; // fragments 2 .. count - 2
+    const std::size_t checks = std::min(middle, kCueChecks);
+    for (std::size_t k = 0; k < checks; ++k)
+        checked.push_back(m_fragments[2 + k * middle / checks].source);
+    for (const auto at : checked)
+        wanted.emplace_back(at, 4);
+    m_reader.preload(wanted);
+    for (const auto at : checked)
+        if (m_reader.uintBE(at, 4) != mkv::kCluster) return false;
 
     // The first and last fragments give the edit lists, durations and sample rates.
     const std::size_t lastAt = m_fragments.size() - 1;

@@ -3,14 +3,19 @@
 //
 //   ftyp | moov (with mvex) | per fragment: moof slot, mdat header, payload | mfra
 //
-// Open reads the header elements, the Cues and the first and last cluster runs (for the edit
-// lists and durations; for a track that stops early, up to 8 runs back to its end), and nothing
-// else. Cues are trusted as far as open sees: a cue outside the Segment or before the first
-// Cluster keeps the full layout, one that turns out not to name a Cluster fails the reads of its
-// fragment. A fragment covers the clusters from one cued cluster to the next; its mdat payload is
-// those source bytes unchanged, and its moof is built only when a read first touches it. Every
-// virtual offset is fixed at open, so each moof gets a slot of reserved size, the rest of which
-// is a free box.
+// Open reads the header elements, the Cues, the first two and the last cluster runs (for the edit
+// lists and durations, and the second for the first fragment's last frame; for a track that stops
+// early, up to 8 runs back to its end) and the first four bytes of up to 16 other runs, and
+// nothing else. The runs are read whole (up to 4 MiB each) and at once, each on its own thread:
+// a file that is not in the page cache then waits for one round of reads instead of one per
+// frame header. Cues are checked as far as open sees: a cue outside the Segment, before the
+// first Cluster, or at one of the runs read or spot-checked (all of them when the file has at
+// most 19 runs, else 16 spread evenly) not naming a Cluster keeps the full layout; checking
+// every cue of a long file would cost a disk round trip each. A cue missed by the spot checks
+// that does not name a Cluster fails the reads of its fragment with kMalformed. A fragment
+// covers the clusters from one cued cluster to the next; its mdat payload is those source bytes
+// unchanged, and its moof is built only when a read first touches it. Every virtual offset is
+// fixed at open, so each moof gets a slot of reserved size, the rest of which is a free box.
 //
 // The slot: the moof of a fragment of s_t samples per track takes at most moofBound(s) bytes
 // (one trun per sample, the worst case). s_t is estimated from the fragment's time span (from the

@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <system_error>
+#include <thread>
 
 namespace qv {
 
-FileSource::FileSource(const char* path)
+FileSource::FileSource(const char* path) : m_path(path)
 {
     std::error_code error;
     if (!std::filesystem::is_regular_file(path, error) || error) fail(kInputOutput);
@@ -39,6 +41,19 @@ std::uint64_t FileSource::read(std::uint64_t position, std::uint8_t* destination
     return got;
 }
 
+std::unique_ptr<Source> FileSource::another() const
+{
+    auto source = std::make_unique<FileSource>(m_path.c_str());
+    // A file replaced since would give other bytes.
+    if (source->size() != m_size) fail(kInputOutput);
+    return source;
+}
+
+std::unique_ptr<Source> MemorySource::another() const
+{
+    return std::make_unique<MemorySource>(m_bytes);
+}
+
 std::uint64_t MemorySource::read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n)
 {
     std::memcpy(destination, m_bytes.data() + position, n);
@@ -61,15 +76,31 @@ void Reader::check()
     if (m_cancel && m_cancel(m_context) != 0) fail(kCancelled);
 }
 
+namespace {
+
+void readAll(Source& source, std::uint64_t position, std::uint8_t* destination, std::uint64_t n)
+{
+    for (std::uint64_t done = 0; done < n;) {
+        const auto got = source.read(position + done, destination + done, n - done);
+        if (got == 0 || got > n - done) fail(kInputOutput);
+        done += got;
+    }
+}
+
+} // namespace
+
 void Reader::copy(std::uint64_t position, std::uint8_t* destination, std::uint64_t n)
 {
     check();
     require(position <= m_size && n <= m_size - position);
-    for (std::uint64_t done = 0; done < n;) {
-        const auto got = m_source->read(position + done, destination + done, n - done);
-        if (got == 0 || got > n - done) fail(kInputOutput);
-        done += got;
+    for (const auto& [start, bytes] : m_preloaded) {
+        if (position >= start && position - start <= bytes.size() &&
+            n <= bytes.size() - (position - start)) {
+            std::memcpy(destination, bytes.data() + (position - start), n);
+            return;
+        }
     }
+    readAll(*m_source, position, destination, n);
 }
 
 std::vector<std::uint8_t> Reader::bytes(std::uint64_t position, std::uint64_t n)
@@ -100,6 +131,8 @@ std::uint8_t Reader::byte(std::uint64_t position)
     // Reading on just past the window means a sequential scan: widen the window. A jump (the
     // demuxer skipping a frame's payload) goes back to a small window, so that indexing a file of
     // large frames reads their headers, not the whole file.
+    for (const auto& [start, bytes] : m_preloaded)
+        if (position >= start && position - start < bytes.size()) return bytes[position - start];
     const bool sequential =
         cached && position >= m_cacheStart && position - m_cacheStart < 2 * m_cache.size();
     m_window =
@@ -121,8 +154,57 @@ std::uint64_t Reader::uintBE(std::uint64_t position, std::uint64_t n)
     return value;
 }
 
+void Reader::preload(std::span<const std::pair<std::uint64_t, std::uint64_t>> ranges)
+{
+    check();
+    std::vector<std::vector<std::uint8_t>> loaded(ranges.size());
+    std::vector<char> ok(ranges.size(), 0);
+    const auto load = [&](Source& source, std::size_t i) {
+        const auto [start, length] = ranges[i];
+        if (start > m_size || length > m_size - start || length == 0) return;
+        try {
+            loaded[i].resize(length);
+            readAll(source, start, loaded[i].data(), length);
+            ok[i] = 1;
+        } catch (...) {
+            // Left to the reads that need it, which fail with their own code.
+        }
+    };
+    // Ranges are dealt out in turn to a few threads: the first ones (the large ones, by the
+    // callers' order) each get a thread of their own, the many small ones share.
+    const std::size_t count = std::min<std::size_t>(ranges.size(), limits::kPreloadThreads);
+    const auto share = [&](Source& source, std::size_t first) {
+        for (auto i = first; i < ranges.size(); i += count)
+            load(source, i);
+    };
+    // Nothing may throw while a thread runs: both lists have their room before the first starts.
+    std::vector<std::thread> threads;
+    threads.reserve(count);
+    std::vector<std::size_t> here{0};
+    here.reserve(count);
+    for (std::size_t k = 1; k < count; ++k) {
+        try {
+            if (auto other = m_source->another()) {
+                threads.emplace_back([&share, k, source = std::move(other)] { share(*source, k); });
+                continue;
+            }
+        } catch (...) {
+            // No second handle or no thread to be had: these ranges are read here.
+        }
+        here.push_back(k);
+    }
+    for (const auto k : here)
+        share(*m_source, k);
+    for (auto& thread : threads)
+        thread.join();
+    for (std::size_t i = 0; i < ranges.size(); ++i)
+        if (ok[i]) m_preloaded.emplace_back(ranges[i].first, std::move(loaded[i]));
+    check();
+}
+
 void Reader::dropCache()
 {
+    std::vector<std::pair<std::uint64_t, std::vector<std::uint8_t>>>().swap(m_preloaded);
     m_cacheStart = ~std::uint64_t(0);
     m_cache.clear();
     m_cache.shrink_to_fit();

@@ -7,6 +7,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qv {
@@ -23,6 +24,9 @@ public:
     // when the bytes cannot be had.
     virtual std::uint64_t read(std::uint64_t position, std::uint8_t* destination,
                                std::uint64_t n) = 0;
+    // An independent handle on the same bytes, for reading on another thread; null when the
+    // source has none (its ranges are then read one after another).
+    virtual std::unique_ptr<Source> another() const { return nullptr; }
 };
 
 // A regular file, opened for byte-exact input.
@@ -32,8 +36,10 @@ public:
     explicit FileSource(const char* path);
     std::uint64_t size() const override { return m_size; }
     std::uint64_t read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n) override;
+    std::unique_ptr<Source> another() const override;
 
 private:
+    std::string m_path;
     std::ifstream m_stream;
     std::uint64_t m_size = 0;
 };
@@ -44,6 +50,7 @@ public:
     explicit MemorySource(std::span<const std::uint8_t> bytes) : m_bytes(bytes) {}
     std::uint64_t size() const override { return m_bytes.size(); }
     std::uint64_t read(std::uint64_t position, std::uint8_t* destination, std::uint64_t n) override;
+    std::unique_ptr<Source> another() const override;
 
 private:
     std::span<const std::uint8_t> m_bytes;
@@ -72,7 +79,13 @@ public:
     std::uint8_t byte(std::uint64_t position);
     // Big-endian unsigned integer of 1 to 8 bytes.
     std::uint64_t uintBE(std::uint64_t position, std::uint64_t n);
-    // Forgets the read-ahead window (after opening, only whole slices are read).
+    // Reads the ranges (start, length) at once, each on its own thread when the source has
+    // independent handles, and keeps them until dropCache: a walk through them then costs no
+    // round trip to the disk each, which is what opening a file not in the page cache waits on.
+    // A range that cannot be read is left out; reading it later fails as it would have.
+    void preload(std::span<const std::pair<std::uint64_t, std::uint64_t>> ranges);
+    // Forgets the read-ahead window and the preloaded ranges (after opening, only whole slices
+    // are read).
     void dropCache();
 
 private:
@@ -81,6 +94,7 @@ private:
     std::uint64_t m_cacheStart = ~std::uint64_t(0);
     std::vector<std::uint8_t> m_cache;
     std::uint64_t m_window = 0; // length of the next refill
+    std::vector<std::pair<std::uint64_t, std::vector<std::uint8_t>>> m_preloaded;
     CancelFn m_cancel;
     void* m_context;
 };
