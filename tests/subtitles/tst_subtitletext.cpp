@@ -102,10 +102,8 @@ private slots:
                        "0:00:00.50,0:00:01.00,Default,,0,0,0,,old\n",
                        u"ssa"_s),
                  (QByteArrayList{"", "500+500 0,0,Default,,0,0,0,,old"}));
-        const QByteArray header = subtitles::parseFile(kAss, u"ass"_s).document.header;
-        QVERIFY(header.contains("Style: Red,DejaVu Sans"));
-        QVERIFY(header.endsWith("Format: Layer, Start, End, Style, Name, MarginL, MarginR, "
-                                "MarginV, Effect, Text\n"));
+        QVERIFY(subtitles::parseFile(kAss, u"ass"_s)
+                    .document.header.endsWith("MarginL, MarginR, MarginV, Effect, Text\n"));
     }
 
     void encodings_data()
