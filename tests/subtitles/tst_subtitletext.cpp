@@ -32,23 +32,6 @@ class SubtitleTextTest : public QObject {
     Q_OBJECT
 
 private slots:
-    void cueTimes_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<qint64>("milliseconds"); // -1: refused
-        QTest::newRow("srt") << u"00:01:02,345"_s << 62'345LL;
-        QTest::newRow("vtt without hours") << u"01:02.5"_s << 62'500LL;
-        QTest::newRow("ass centiseconds") << u"1:00:00.00"_s << 3'600'000LL;
-        QTest::newRow("minutes out of range") << u"00:61:00,000"_s << -1LL;
-        QTest::newRow("words") << u"soon"_s << -1LL;
-    }
-    void cueTimes()
-    {
-        QFETCH(QString, text);
-        QFETCH(qint64, milliseconds);
-        QCOMPARE(subtitles::parseCueTime(text).value_or(-1), milliseconds);
-    }
-
     void markup_data()
     {
         QTest::addColumn<QString>("input");
