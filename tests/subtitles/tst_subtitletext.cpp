@@ -177,6 +177,27 @@ private slots:
         QVERIFY(QRect(QPoint(0, 0), QSize(320, 180))
                     .contains(QRect(renderer.origin(), renderer.image().size())));
     }
+
+    // A style naming a font only the file carries is drawn in that font, not the fallback. Decker
+    // comes with DirectFB (a GStreamer dependency), outside the system's font directories.
+    void attachedFont()
+    {
+        QFile font(u"/usr/share/directfb-1.7.7/decker.ttf"_s);
+        if (!font.open(QIODevice::ReadOnly)) QSKIP("no font outside the font directories");
+        SubtitleDocument document =
+            subtitles::parseFile(QByteArray(kAss).replace("DejaVu Sans", "Decker"), u"ass"_s)
+                .document;
+        const auto draw = [&document] {
+            AssRenderer renderer;
+            return renderer.load(document) && renderer.render(1500, {640, 360}) ? renderer.image()
+                                                                                : QImage();
+        };
+        const QImage fallback = draw();
+        document.fonts.append({"decker.ttf", font.readAll()});
+        const QImage attached = draw();
+        QVERIFY(!fallback.isNull() && !attached.isNull());
+        QVERIFY(attached != fallback);
+    }
 };
 
 QTEST_MAIN(SubtitleTextTest)
