@@ -149,8 +149,9 @@ public:
     Q_INVOKABLE void selectTrack(const QString& type, qint64 id);
     Q_INVOKABLE void adjustVolume(double change);
     // "Load Subtitle File…": asks the view for a file (chooseSubtitleFileRequested), whose
-    // choice goes to loadSubtitleFile. A loaded file becomes a subtitle track and is shown; false
-    // when it cannot be read as subtitles (the reason is in the diagnostic log).
+    // choice goes to loadSubtitleFile. The file is read in the background and, once read, becomes
+    // a subtitle track and is shown. False at once for what is not a local subtitle file; a file
+    // that turns out unreadable changes nothing. Either way the reason is in the diagnostic log.
     Q_INVOKABLE void chooseSubtitleFile();
     Q_INVOKABLE bool loadSubtitleFile(const QUrl& url);
     Q_INVOKABLE void dismissError();

@@ -24,6 +24,10 @@ void Player::connectSubtitles()
     };
     connect(this, &Player::pausedChanged, this, rateChanged);
     connect(this, &Player::speedChanged, this, rateChanged);
+    // A file track shows once it has been read in the background.
+    connect(m_subtitles, &SubtitleSession::activeChanged, this, [this] {
+        if (m_subtitles->activeID() != 0) setSubtitleID(m_subtitles->activeID());
+    });
 }
 
 void Player::syncSubtitleClock()
@@ -122,19 +126,25 @@ bool Player::loadSubtitleFile(const QUrl& url)
     };
     if (!url.isLocalFile() || !file.isFile() || !subtitles::isSubtitleSuffix(file.suffix()))
         return drop(QStringLiteral("not-subtitles"));
-    // Read now, so that a file that cannot be shown changes nothing.
-    SubtitleParse parse = subtitles::readFile(file.absoluteFilePath());
-    if (!parse.ok()) return drop(parse.failure);
-    for (const QString& note : parse.notes)
-        diagnostics().record(QStringLiteral("subtitle.cut"), {{QStringLiteral("reason"), note}});
-
-    QList<MediaTrack> tracks = m_tracks;
-    tracks.removeIf([this](const MediaTrack& track) {
-        return track.type == QLatin1String("subtitle") && m_subtitles->owns(track.id);
-    });
-    const qint64 id = m_subtitles->addDocument(std::move(parse.document), file.fileName());
-    setTracks(withSubtitleTracks(tracks));
-    selectTrack(QStringLiteral("subtitle"), id);
+    // The track joins only once the file has been read, so that one that cannot be shown changes
+    // nothing; the read (up to 50 MiB) happens off the window's thread.
+    m_subtitles->read(
+        file.absoluteFilePath(), [this, drop, name = file.fileName()](SubtitleParse parse) {
+            if (!parse.ok()) {
+                drop(parse.failure);
+                return;
+            }
+            for (const QString& note : parse.notes)
+                diagnostics().record(QStringLiteral("subtitle.cut"),
+                                     {{QStringLiteral("reason"), note}});
+            QList<MediaTrack> tracks = m_tracks;
+            tracks.removeIf([this](const MediaTrack& track) {
+                return track.type == QLatin1String("subtitle") && m_subtitles->owns(track.id);
+            });
+            const qint64 id = m_subtitles->addDocument(std::move(parse.document), name);
+            setTracks(withSubtitleTracks(tracks));
+            selectTrack(QStringLiteral("subtitle"), id);
+        });
     return true;
 }
 

@@ -4,6 +4,8 @@
 #include "SubtitleText.h"
 
 #include <QElapsedTimer>
+#include <QFutureWatcher>
+#include <QtConcurrent/QtConcurrentRun>
 
 #include <cmath>
 
@@ -31,13 +33,32 @@ qint64 SubtitleSession::addDocument(SubtitleDocument document, const QString& la
     return m_nextID++;
 }
 
+void SubtitleSession::read(const QString& path, std::function<void(SubtitleParse)> done)
+{
+    // The watcher is ours: a session destroyed before the read ends never hears of it.
+    auto* watcher = new QFutureWatcher<SubtitleParse>(this);
+    const quint64 generation = m_generation;
+    connect(watcher, &QFutureWatcherBase::finished, this,
+            [this, watcher, generation, done = std::move(done)] {
+                watcher->deleteLater();
+                if (generation == m_generation) done(watcher->result());
+            });
+    watcher->setFuture(QtConcurrent::run([path] { return subtitles::readFile(path); }));
+}
+
 void SubtitleSession::clear()
 {
+    ++m_generation;
     m_tracks.clear();
-    if (m_activeID != 0) {
-        m_activeID = 0;
-        emit activeChanged();
-    }
+    m_pendingID = 0;
+    show(0);
+}
+
+void SubtitleSession::show(qint64 id)
+{
+    if (id == m_activeID) return;
+    m_activeID = id;
+    emit activeChanged();
 }
 
 QList<SubtitleTrackInfo> SubtitleSession::tracks() const
@@ -68,24 +89,29 @@ void SubtitleSession::note(const QString& event, const QString& reason)
 
 bool SubtitleSession::select(qint64 id)
 {
-    Track* track = id == 0 ? nullptr : find(id);
-    if (track && !track->document) {
-        const SubtitleParse parse = subtitles::readFile(track->path);
+    Track* track = find(id);
+    m_pendingID = 0;
+    if (!track || track->document) {
+        show(track ? id : 0);
+        return track || id == 0;
+    }
+    // Nothing of the previous track stays up while the file is read.
+    show(0);
+    m_pendingID = id;
+    read(track->path, [this, id](const SubtitleParse& parse) {
+        Track* target = find(id);
+        if (m_pendingID != id || !target) return; // another track was chosen meanwhile
+        m_pendingID = 0;
         for (const QString& line : parse.notes)
             note(QStringLiteral("subtitle.cut"), line);
         if (!parse.ok()) {
             note(QStringLiteral("subtitle.dropped"), parse.failure);
-            track = nullptr;
-        } else {
-            track->document = std::make_shared<SubtitleDocument>(parse.document);
+            return;
         }
-    }
-    const qint64 shown = track ? id : 0;
-    if (shown != m_activeID) {
-        m_activeID = shown;
-        emit activeChanged();
-    }
-    return shown == id;
+        target->document = std::make_shared<SubtitleDocument>(parse.document);
+        show(id);
+    });
+    return true;
 }
 
 std::shared_ptr<const SubtitleDocument> SubtitleSession::activeDocument() const

@@ -43,6 +43,10 @@ public:
 
     // A file read when it is first selected. Returns its id.
     qint64 addFile(const QString& path, const QString& label);
+    // Reads and parses a subtitle file on a worker thread, so that a large file never stalls the
+    // window; `done` runs on this object's thread, unless the tracks were cleared meanwhile (a
+    // new item opened), in which case the result is dropped.
+    void read(const QString& path, std::function<void(SubtitleParse)> done);
     // A track already in memory (an embedded one).
     qint64 addDocument(SubtitleDocument document, const QString& label, bool forced = false);
     // Drops every track (a new item opens).
@@ -50,8 +54,9 @@ public:
 
     QList<SubtitleTrackInfo> tracks() const;
     bool owns(qint64 id) const;
-    // Shows the track, reading its file first if needed; 0 shows none. False when the track could
-    // not be read (it then stays off and the failure is in the diagnostic log).
+    // Shows the track; 0 shows none. A file not read yet is read in the background and shown
+    // once it is ready (activeChanged), unless another track was selected meanwhile; one that
+    // cannot be read stays off, with the failure in the diagnostic log. False for an unknown id.
     bool select(qint64 id);
     qint64 activeID() const { return m_activeID; }
     // The shown track's document; null while none is shown.
@@ -76,12 +81,15 @@ private:
     };
     Track* find(qint64 id);
     void note(const QString& event, const QString& reason);
+    void show(qint64 id);
 
     Clock m_clock;
     DiagnosticLog* m_log = nullptr;
     QList<Track> m_tracks;
     qint64 m_nextID = kFirstID;
     qint64 m_activeID = 0;
+    qint64 m_pendingID = 0;   // a file track being read to be shown
+    quint64 m_generation = 0; // counts clear(): reads begun before are stale
     double m_anchorPosition = 0;
     double m_anchorTime = 0;
     double m_rate = 0;

@@ -70,6 +70,26 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(!overlay->showingText(), 5000);
         QVERIFY(inkOf(window.grabWindow()).box.isEmpty());
     }
+
+    // MP4 timed text: the platform's own track, listed and switched through the backend.
+    void platformTextTracksAreListed()
+    {
+        const QString path = u"" QV_FIXTURE_DIR "/tx3g.mp4"_s;
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        QSettings settings(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
+        Player player(&settings, {}, true);
+        player.open(QUrl::fromLocalFile(path));
+        QTRY_VERIFY_WITH_TIMEOUT(player.loaded(), 30000);
+        QList<qint64> ids;
+        for (const MediaTrack& track : player.tracks()) {
+            if (track.type == u"subtitle") ids.append(track.id);
+        }
+        QCOMPARE(ids, QList<qint64>{1});
+        player.selectTrack(u"subtitle"_s, 1);
+        player.refresh();
+        QCOMPARE(player.subtitleID(), 1);
+        QCOMPARE(player.subtitles()->activeID(), 0);
+    }
 };
 
 QTEST_MAIN(SubtitlePlayerTest)

@@ -263,7 +263,8 @@ private slots:
     }
 
     // Not a check: the screenshots of scripts/screens, written to QV_SCREENS_DIR in the language
-    // QV_SCREENS_LANGUAGE, of the movie QV_SCREENS_MEDIA.
+    // QV_SCREENS_LANGUAGE, of the movie QV_SCREENS_MEDIA (and QV_SCREENS_SUBTITLED, with an ASS
+    // track).
     void screens()
     {
         const QString out = qEnvironmentVariable("QV_SCREENS_DIR");
@@ -348,8 +349,23 @@ private slots:
             m_window->screen()->grabWindow(0, both.x(), both.y(), both.width(), both.height());
         QVERIFY(screen.save(QDir(out).filePath(language + u"-playlist-panel.png"_s)));
 
-        // A file that cannot be played.
         QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
+
+        // Styled ASS subtitles over the playing picture, the controls hidden.
+        const QString subtitled = qEnvironmentVariable("QV_SCREENS_SUBTITLED");
+        if (QFile::exists(subtitled)) {
+            openAndPlay(QUrl::fromLocalFile(subtitled));
+            for (const MediaTrack& track : m_player->tracks()) {
+                if (track.type == u"subtitle") m_player->selectTrack(track.type, track.id);
+            }
+            auto* overlay = find("subtitleOverlay");
+            QTRY_VERIFY_WITH_TIMEOUT(overlay->property("showingText").toBool(), 10000);
+            QTest::mouseMove(m_window, QPoint(m_window->width() / 2, m_window->height() / 2));
+            QTRY_VERIFY_WITH_TIMEOUT(!controlsShown(), 8000);
+            shoot(u"subtitles"_s);
+        }
+
+        // A file that cannot be played.
         m_player->open(fixture(u"native-text.mkv"_s));
         QTRY_VERIFY_WITH_TIMEOUT(!m_player->error().isEmpty(), 20000);
         QTest::mouseMove(m_window, QPoint(m_window->width() / 2, m_window->height() / 5));
