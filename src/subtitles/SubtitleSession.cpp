@@ -31,6 +31,28 @@ qint64 SubtitleSession::addDocument(SubtitleDocument document, const QString& la
     return m_nextID++;
 }
 
+void SubtitleSession::appendEvents(qint64 id, const QList<SubtitleEvent>& events)
+{
+    Track* track = find(id);
+    if (!track || !track->document || events.isEmpty()) return;
+    // The document is shared with the overlay: a grown copy replaces it.
+    auto grown = std::make_shared<SubtitleDocument>(*track->document);
+    const qsizetype firstNew = grown->events.size();
+    grown->events.append(events);
+    track->document = std::move(grown);
+    emit documentChanged(id, firstNew);
+}
+
+void SubtitleSession::addFonts(qint64 id, const QList<SubtitleFont>& fonts)
+{
+    Track* track = find(id);
+    if (!track || !track->document || fonts.isEmpty()) return;
+    auto changed = std::make_shared<SubtitleDocument>(*track->document);
+    changed->fonts.append(fonts);
+    track->document = std::move(changed);
+    emit documentChanged(id, -1);
+}
+
 void SubtitleSession::clear()
 {
     m_tracks.clear();

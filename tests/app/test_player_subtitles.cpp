@@ -117,7 +117,6 @@ private slots:
              {{0, 900, "0,0,Default,,0,0,0,,Sign"}}},
             {"S_TEXT/ASS", "garbage", u"eng"_s, {}, false, false, {}},
         };
-        embedded->fonts = {{"Font.ttf", "bytes"}};
         f.player->open(f.file(u"movie.mkv"_s));
         PlaybackMediaInfo info{60, 1920, 1080, 24, false, {}};
         info.embeddedSubtitles = embedded;
@@ -128,7 +127,6 @@ private slots:
         const qint64 forced = f.player->tracks().last().id;
         QCOMPARE(f.player->subtitles()->activeID(), forced);
         const auto document = f.player->subtitles()->activeDocument();
-        QCOMPARE(document->fonts.size(), 1);
         QCOMPARE(document->events.value(0).line, "0,0,Default,,0,0,0,,Sign");
         QCOMPARE(f.records(u"subtitle.dropped"_s).size(), 1);
 

@@ -21,7 +21,7 @@ class ContainerMediaTest : public QObject {
     QTemporaryDir m_dir;
 
 private slots:
-    // Text subtitles and the font muxed by mkvmerge, copied out of the engine at open.
+    // Text subtitles muxed by mkvmerge, copied out of the engine at open, and the font on demand.
     void subtitlesAndFonts()
     {
         const QString path = fixtureDir() + u"/subtitles.mkv"_s;
@@ -42,9 +42,11 @@ private slots:
         QCOMPARE(ass.events.size(), 1);
         QCOMPARE(ass.events[0].duration, 2500);
         QCOMPARE(ass.events[0].text, "0,0,Sign,,0,0,0,,{\\pos(10,10)}SIGN");
-        QCOMPARE(subtitles->fonts.size(), 1);
-        QCOMPARE(subtitles->fonts[0].name, "DejaVuSans-Bold.ttf");
-        QCOMPARE(subtitles->fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
+        const QList<ContainerFont> fonts = subtitles->readFonts();
+        QCOMPARE(fonts.size(), 1);
+        QCOMPARE(fonts[0].name, "DejaVuSans-Bold.ttf");
+        QCOMPARE(subtitles->fontBytes(), fonts[0].data.size());
+        QCOMPARE(fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
     }
 
     void failuresCarryEngineCodes()
