@@ -1,9 +1,11 @@
 // Subtitle tracks the player draws itself: files beside the video offered as tracks, a loaded
 // file shown at once, switching between them and the backend's own tracks, and the clock the
 // overlay reads.
+#include "ContainerMedia.h"
 #include "ContainerSubtitles.h"
 #include "support/PlayerFixture.h"
 
+#include <QSet>
 #include <QTest>
 
 using namespace quorvane;
@@ -133,6 +135,30 @@ private slots:
         f.player->selectTrack(u"subtitle"_s, f.player->tracks().first().id);
         QCOMPARE(f.player->subtitles()->activeDocument()->events.value(0).line,
                  "0,0,Default,,0,0,0,,{\\i1}你好{\\i0}");
+    }
+
+    // A large file knows few events at open; the shown track gets the rest while it plays, each
+    // SubRip line with a number of its own (libass drops a repeated one).
+    void embeddedEventsArriveWhileTheFilePlays()
+    {
+        const QString path = QStringLiteral(QV_FIXTURE_DIR "/subtitles_uncued.mkv");
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        qputenv("QV_MEDIA_LAYOUT", "fragmented");
+        const auto media = ContainerMedia::open(path);
+        qunsetenv("QV_MEDIA_LAYOUT");
+        QVERIFY(!media->subtitles()->tracks.first().complete);
+        PlayerFixture f;
+        f.player->open(f.file(u"movie.mkv"_s));
+        PlaybackMediaInfo info{30, 160, 120, 10, false, {}};
+        info.embeddedSubtitles = media->subtitles();
+        f.backend->emitEvent(PlaybackEvents::Ready{info});
+        f.player->selectTrack(u"subtitle"_s, f.player->tracks().first().id);
+        QTRY_COMPARE_WITH_TIMEOUT(f.player->subtitles()->activeDocument()->events.size(), 60,
+                                  20000);
+        QSet<QByteArray> numbers;
+        for (const SubtitleEvent& event : f.player->subtitles()->activeDocument()->events)
+            numbers.insert(event.line.left(event.line.indexOf(',')));
+        QCOMPARE(numbers.size(), 60);
     }
 
     void clockFollowsPositionPauseAndSpeed()

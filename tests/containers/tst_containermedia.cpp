@@ -5,6 +5,8 @@
 
 #include <QTest>
 
+#include <algorithm>
+
 using namespace quorvane;
 using namespace quorvane::testing;
 using namespace Qt::StringLiterals;
@@ -47,6 +49,32 @@ private slots:
         QCOMPARE(fonts[0].name, "DejaVuSans-Bold.ttf");
         QCOMPARE(subtitles->fontBytes(), fonts[0].data.size());
         QCOMPARE(fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
+    }
+
+    // In the fragmented layout the events known at open grow once a track is asked for.
+    void subtitleEventsGrowOnDemand()
+    {
+        const QString path = fixtureDir() + u"/subtitles_cued.mkv"_s;
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        qputenv("QV_MEDIA_LAYOUT", "fragmented");
+        const auto media = ContainerMedia::open(path);
+        qunsetenv("QV_MEDIA_LAYOUT");
+        const auto subtitles = media->subtitles();
+        QVERIFY(subtitles);
+        const ContainerSubtitleTrack& ass = subtitles->tracks[1];
+        QVERIFY(!ass.complete);
+        subtitles->want(1, 0);
+        QList<ContainerSubtitleEvent> events = ass.events;
+        bool complete = false;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (events += subtitles->eventsFrom(1, events.size(), &complete), complete), 20000);
+        events += subtitles->eventsFrom(1, events.size());
+        QCOMPARE(events.size(), 10);
+        std::sort(events.begin(), events.end(),
+                  [](const auto& a, const auto& b) { return a.start < b.start; });
+        QCOMPARE(events[4].start, 12000);
+        QCOMPARE(events[4].duration, 1500);
+        QVERIFY(events[4].text.endsWith("sign 4"));
     }
 
     void failuresCarryEngineCodes()
