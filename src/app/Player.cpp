@@ -245,6 +245,7 @@ void Player::resetItemState()
     setVideoSize({0, 0});
     setTracks({});
     m_subtitles->clear();
+    forgetEmbeddedSubtitles();
     setError({});
     setHdrContent(false);
     setVideoFPS(0);
@@ -275,7 +276,7 @@ void Player::didLoad(const PlaybackMediaInfo& info)
     QList<MediaTrack> tracks;
     for (const PlaybackTrack& track : info.tracks)
         tracks.append({track.id, rawValue(track.kind), track.label});
-    offerEmbeddedSubtitles(info.embeddedSubtitles.get());
+    offerEmbeddedSubtitles(info.embeddedSubtitles);
     setTracks(withSubtitleTracks(tracks));
     setHdrContent(info.hdr);
     setVideoFPS(finiteOrZero(info.frameRate));

@@ -272,7 +272,11 @@ private:
     // Subtitles drawn by the player (PlayerSubtitles.cpp).
     void connectSubtitles();
     void offerSidecarSubtitles(const QString& videoPath);
-    void offerEmbeddedSubtitles(const ContainerSubtitles* embedded);
+    void offerEmbeddedSubtitles(std::shared_ptr<const ContainerSubtitles> embedded);
+    void forgetEmbeddedSubtitles();
+    // Hands the shown embedded track's newly found events to the session.
+    void pullEmbeddedEvents();
+    void loadEmbeddedFonts();
     QList<MediaTrack> withSubtitleTracks(QList<MediaTrack> tracks) const;
     bool selectOwnSubtitle(qint64 id);
     void syncSubtitleClock();
@@ -322,6 +326,19 @@ private:
     std::optional<PendingSeek> m_pendingSeek;
     int m_playlistGeneration = 0;
     SubtitleSession* m_subtitles = new SubtitleSession(this);
+    // The open file's own text tracks: in a large file their events arrive while it plays, and
+    // their fonts are read when one is first shown.
+    struct EmbeddedTrack {
+        qint64 id = 0;        // in the session
+        qsizetype index = 0;  // in m_embedded->tracks
+        qsizetype blocks = 0; // blocks fetched
+        qsizetype lines = 0;  // events the session holds
+        bool complete = true;
+    };
+    std::shared_ptr<const ContainerSubtitles> m_embedded;
+    QList<EmbeddedTrack> m_embeddedTracks;
+    bool m_embeddedFontsAsked = false;
+    QTimer m_embeddedPoll;
 };
 
 } // namespace quorvane

@@ -9,6 +9,10 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QFutureWatcher>
+#include <QtConcurrent>
+
+#include <algorithm>
 
 namespace quorvane {
 
@@ -50,17 +54,47 @@ void Player::offerSidecarSubtitles(const QString& videoPath)
     }
 }
 
-void Player::offerEmbeddedSubtitles(const ContainerSubtitles* embedded)
+namespace {
+
+// Fonts up to this size are read when a track is first shown, on the GUI thread (a moment from
+// the disk cache); larger ones on the thread pool, the track showing without them until then.
+constexpr qint64 kFontBytesReadAtOnce = 4LL * 1024 * 1024;
+// How often the shown track looks for events found since, while more may come.
+constexpr int kEmbeddedPollMilliseconds = 250;
+
+// Blocks of an embedded track as events of a subtitle document. Text other than ASS becomes
+// lines of the default header numbered from `firstLine` on: libass keeps only the first event
+// of each number.
+SubtitleParse embeddedLines(const ContainerSubtitleTrack& track,
+                            const QList<ContainerSubtitleEvent>& events, qsizetype firstLine)
 {
+    QList<SubtitleEvent> blocks;
+    blocks.reserve(events.size());
+    for (const ContainerSubtitleEvent& event : events)
+        blocks.append({event.start, event.duration, event.text});
+    SubtitleParse parse = subtitles::embeddedTrack(track.codecId, track.codecPrivate, blocks);
+    const bool ass = track.codecId == "S_TEXT/ASS" || track.codecId == "S_TEXT/SSA";
+    if (!ass && firstLine > 0) {
+        for (qsizetype i = 0; i < parse.document.events.size(); ++i) {
+            QByteArray& line = parse.document.events[i].line;
+            line = QByteArray::number(firstLine + i) + line.mid(line.indexOf(','));
+        }
+    }
+    return parse;
+}
+
+} // namespace
+
+void Player::offerEmbeddedSubtitles(std::shared_ptr<const ContainerSubtitles> embedded)
+{
+    forgetEmbeddedSubtitles();
     if (!embedded) return;
+    m_embedded = embedded;
     m_subtitles->setDiagnosticLog(&diagnostics());
     qint64 forced = 0;
-    for (const ContainerSubtitleTrack& track : embedded->tracks) {
-        QList<SubtitleEvent> blocks;
-        blocks.reserve(track.events.size());
-        for (const ContainerSubtitleEvent& event : track.events)
-            blocks.append({event.start, event.duration, event.text});
-        SubtitleParse parse = subtitles::embeddedTrack(track.codecId, track.codecPrivate, blocks);
+    for (qsizetype index = 0; index < embedded->tracks.size(); ++index) {
+        const ContainerSubtitleTrack& track = embedded->tracks[index];
+        SubtitleParse parse = embeddedLines(track, track.events, 0);
         if (!parse.ok()) {
             diagnostics().record(QStringLiteral("subtitle.dropped"),
                                  {{QStringLiteral("reason"), parse.failure}});
@@ -71,8 +105,6 @@ void Player::offerEmbeddedSubtitles(const ContainerSubtitles* embedded)
         for (const QString& note : parse.notes)
             diagnostics().record(QStringLiteral("subtitle.cut"),
                                  {{QStringLiteral("reason"), note}});
-        for (const ContainerFont& font : embedded->fonts)
-            parse.document.fonts.append({font.name, font.data});
         // Labelled like the audio tracks: "Chinese — Signs", "Chinese", "Signs", or a number when
         // the file names neither.
         const QString language = nativemedia::languageName(track.language);
@@ -83,11 +115,69 @@ void Player::offerEmbeddedSubtitles(const ContainerSubtitles* embedded)
             label = QStringLiteral("%1 %2")
                         .arg(translate(QStringLiteral("Subtitles")))
                         .arg(m_subtitles->tracks().size() + 1);
+        const qsizetype lines = parse.document.events.size();
         const qint64 id = m_subtitles->addDocument(std::move(parse.document), label, track.forced);
+        m_embeddedTracks.append({id, index, track.events.size(), lines, track.complete});
         if (track.forced && forced == 0) forced = id;
     }
     // Subtitles start off, except a track the file says must always be shown.
     if (forced != 0) selectOwnSubtitle(forced);
+}
+
+void Player::forgetEmbeddedSubtitles()
+{
+    m_embedded.reset();
+    m_embeddedTracks.clear();
+    m_embeddedFontsAsked = false;
+    m_embeddedPoll.stop();
+}
+
+void Player::pullEmbeddedEvents()
+{
+    const qint64 shown = m_subtitles->activeID();
+    bool waiting = false;
+    for (EmbeddedTrack& track : m_embeddedTracks) {
+        if (track.id != shown || track.complete || !m_embedded) continue;
+        // Events from where playback stands come first; after a seek, from the new place.
+        m_embedded->want(track.index, qint64(m_position * 1000));
+        const QList<ContainerSubtitleEvent> found =
+            m_embedded->eventsFrom(track.index, track.blocks, &track.complete);
+        waiting = !track.complete;
+        if (found.isEmpty()) continue;
+        track.blocks += found.size();
+        SubtitleParse parse = embeddedLines(m_embedded->tracks[track.index], found, track.lines);
+        track.lines += parse.document.events.size();
+        m_subtitles->appendEvents(track.id, parse.document.events);
+    }
+    if (waiting && !m_embeddedPoll.isActive()) {
+        connect(&m_embeddedPoll, &QTimer::timeout, this, &Player::pullEmbeddedEvents,
+                Qt::UniqueConnection);
+        m_embeddedPoll.start(kEmbeddedPollMilliseconds);
+    }
+    if (!waiting) m_embeddedPoll.stop();
+}
+
+void Player::loadEmbeddedFonts()
+{
+    if (!m_embedded || m_embeddedFontsAsked) return;
+    m_embeddedFontsAsked = true;
+    const auto give = [this](const QList<ContainerFont>& fonts) {
+        QList<SubtitleFont> list;
+        for (const ContainerFont& font : fonts)
+            list.append({font.name, font.data});
+        for (const EmbeddedTrack& track : m_embeddedTracks)
+            m_subtitles->addFonts(track.id, list);
+    };
+    if (m_embedded->fontBytes() <= kFontBytesReadAtOnce) return give(m_embedded->readFonts());
+    auto* watcher = new QFutureWatcher<QList<ContainerFont>>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this,
+            [this, watcher, give, embedded = m_embedded] {
+                watcher->deleteLater();
+                // Another file may have opened meanwhile.
+                if (embedded == m_embedded) give(watcher->result());
+            });
+    watcher->setFuture(
+        QtConcurrent::run([embedded = m_embedded] { return embedded->readFonts(); }));
 }
 
 QList<MediaTrack> Player::withSubtitleTracks(QList<MediaTrack> tracks) const
@@ -106,8 +196,12 @@ bool Player::selectOwnSubtitle(qint64 id)
         return false;
     }
     m_playback->selectTrack(PlaybackTrackKind::Subtitle, 0);
+    const bool embedded = std::any_of(m_embeddedTracks.begin(), m_embeddedTracks.end(),
+                                      [id](const EmbeddedTrack& track) { return track.id == id; });
+    if (embedded) loadEmbeddedFonts();
     m_subtitles->select(id);
     setSubtitleID(m_subtitles->activeID());
+    pullEmbeddedEvents();
     return true;
 }
 

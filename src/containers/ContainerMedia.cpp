@@ -24,7 +24,9 @@ std::shared_ptr<ContainerMedia> ContainerMedia::open(const QString& path, Cancel
         if (code == QV_MEDIA_CANCELLED) throw ContainerCancelled();
         throw ContainerError(qint32(code));
     }
-    return std::shared_ptr<ContainerMedia>(new ContainerMedia(handle, std::move(cancel)));
+    std::shared_ptr<QVMedia> shared(
+        handle, [cancel = std::move(cancel)](QVMedia* media) { qv_media_close(media); });
+    return std::shared_ptr<ContainerMedia>(new ContainerMedia(std::move(shared)));
 }
 
 QFuture<std::shared_ptr<ContainerMedia>> ContainerMedia::openAsync(const QUrl& url,
@@ -33,14 +35,17 @@ QFuture<std::shared_ptr<ContainerMedia>> ContainerMedia::openAsync(const QUrl& u
     return QtConcurrent::run([url, cancel = std::move(cancel)] { return open(url, cancel); });
 }
 
-ContainerMedia::ContainerMedia(QVMedia* handle, CancelFlag cancel)
-    : m_handle(handle), m_cancel(std::move(cancel)), m_length(qv_media_size(handle)),
-      m_sampleCount(qv_media_sample_count(handle)), m_videoTracks(qv_media_video_tracks(handle)),
-      m_audioTracks(qv_media_audio_tracks(handle)),
-      m_format(qv_media_format(handle) == QV_MEDIA_FORMAT_MATROSKA ? QStringLiteral("matroska")
-                                                                   : QStringLiteral("flv")),
-      m_subtitles(readContainerSubtitles(handle))
+ContainerMedia::ContainerMedia(std::shared_ptr<QVMedia> shared)
+    : m_handle(std::move(shared)), m_length(qv_media_size(m_handle.get())),
+      m_sampleCount(qv_media_sample_count(m_handle.get())),
+      m_videoTracks(qv_media_video_tracks(m_handle.get())),
+      m_audioTracks(qv_media_audio_tracks(m_handle.get())),
+      m_format(qv_media_format(m_handle.get()) == QV_MEDIA_FORMAT_MATROSKA
+                   ? QStringLiteral("matroska")
+                   : QStringLiteral("flv")),
+      m_subtitles(readContainerSubtitles(m_handle))
 {
+    QVMedia* handle = m_handle.get();
     for (uint32_t i = 0; i < qv_media_track_count(handle); ++i)
         m_tracks.append({qv_media_track_kind(handle, i) == QV_MEDIA_TRACK_VIDEO,
                          QString::fromUtf8(qv_media_track_codec(handle, i)),
@@ -48,17 +53,14 @@ ContainerMedia::ContainerMedia(QVMedia* handle, CancelFlag cancel)
                          QString::fromUtf8(qv_media_track_name(handle, i))});
 }
 
-ContainerMedia::~ContainerMedia()
-{
-    qv_media_close(m_handle);
-}
+ContainerMedia::~ContainerMedia() = default;
 
 QByteArray ContainerMedia::read(quint64 offset, quint64 count) const
 {
     if (count > kMaxRead) throw ContainerError(ContainerError::Malformed);
     QByteArray buffer(qsizetype(count), Qt::Uninitialized);
     const int64_t copied =
-        qv_media_read(m_handle, offset, reinterpret_cast<uint8_t*>(buffer.data()), count);
+        qv_media_read(m_handle.get(), offset, reinterpret_cast<uint8_t*>(buffer.data()), count);
     if (copied == -QV_MEDIA_CANCELLED) throw ContainerCancelled();
     if (copied < 0) throw ContainerError(ContainerError::InputOutput);
     buffer.truncate(qsizetype(copied));

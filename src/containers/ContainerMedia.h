@@ -72,11 +72,11 @@ public:
     std::shared_ptr<const ContainerSubtitles> subtitles() const { return m_subtitles; }
 
 private:
-    ContainerMedia(QVMedia* handle, CancelFlag cancel);
+    explicit ContainerMedia(std::shared_ptr<QVMedia> handle);
 
-    QVMedia* m_handle;
-    // Kept alive here because the engine holds a pointer to the flag until the handle closes.
-    CancelFlag m_cancel;
+    // Shared with the subtitles, which fetch events and fonts later; its deleter closes the handle
+    // and keeps the cancel flag alive until then, since the engine holds a pointer to it.
+    std::shared_ptr<QVMedia> m_handle;
     quint64 m_length;
     quint64 m_sampleCount;
     quint32 m_videoTracks;

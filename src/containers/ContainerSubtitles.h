@@ -1,6 +1,9 @@
 #pragma once
-// The text subtitle tracks and font attachments of an opened container, copied out of the engine
-// once (on the thread that opened it) so that the player can hand them to its own renderer.
+// The text subtitle tracks and font attachments of an opened container, for the player to hand
+// to its own renderer. The tracks and the events known at open are copied out on the thread that
+// opened the file. A large file (the engine's fragmented layout) knows few events at open: the
+// rest arrive while it plays, once a track is asked for (want), and are fetched with eventsFrom.
+// Fonts are read only when asked for. The object keeps the engine handle open while it lives.
 #include <QByteArray>
 #include <QList>
 #include <QString>
@@ -24,8 +27,9 @@ struct ContainerSubtitleTrack {
     QString name;
     bool isDefault = false;
     bool forced = false;
-    QList<ContainerSubtitleEvent> events;
-    quint64 cutEvents = 0; // blocks the engine skipped or cut at its limits
+    QList<ContainerSubtitleEvent> events; // those known at open
+    quint64 cutEvents = 0;                // blocks the engine skipped or cut at its limits
+    bool complete = true;                 // every event is in `events`
 };
 
 struct ContainerFont {
@@ -33,15 +37,38 @@ struct ContainerFont {
     QByteArray data;
 };
 
-struct ContainerSubtitles {
-    QList<ContainerSubtitleTrack> tracks;
-    QList<ContainerFont> fonts;
-};
-
 // Fonts read per file at most; attachments beyond are left out.
 inline constexpr qint64 kMaxContainerFontBytes = 64LL * 1024 * 1024;
 
-// Null when the file has no text subtitle track. A font that cannot be read is left out.
-std::shared_ptr<const ContainerSubtitles> readContainerSubtitles(QVMedia* media);
+struct ContainerSubtitles {
+    // `engine` shares the handle (and whatever its deleter keeps alive for it); without one there
+    // is nothing beyond `tracks`.
+    explicit ContainerSubtitles(std::shared_ptr<QVMedia> engine = {}) : m_engine(std::move(engine))
+    {
+    }
+
+    QList<ContainerSubtitleTrack> tracks;
+
+    // The members below may be called from any thread.
+
+    // Asks for every event of the track, those from `fromMs` on first. Cheap; call it again
+    // after a seek.
+    void want(qsizetype track, qint64 fromMs) const;
+    // The events of the track after the first `known` ones, in the order found (not by time).
+    // `complete` tells whether more may still come.
+    QList<ContainerSubtitleEvent> eventsFrom(qsizetype track, qsizetype known,
+                                             bool* complete = nullptr) const;
+    // Bytes of the font attachments that readFonts would read.
+    qint64 fontBytes() const;
+    // Reads the font attachments now, up to kMaxContainerFontBytes. A font that cannot be read
+    // is left out.
+    QList<ContainerFont> readFonts() const;
+
+private:
+    std::shared_ptr<QVMedia> m_engine;
+};
+
+// Null when the file has no text subtitle track.
+std::shared_ptr<const ContainerSubtitles> readContainerSubtitles(std::shared_ptr<QVMedia> engine);
 
 } // namespace quorvane

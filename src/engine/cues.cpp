@@ -114,4 +114,64 @@ std::vector<CueCluster> cueClusters(Reader& reader, const MatroskaHead& head)
     return clusters;
 }
 
+namespace {
+
+constexpr std::uint64_t kCueTrack = 0xF7;
+constexpr std::uint64_t kCueRelativePosition = 0xF0;
+
+// The Cues element, found directly or through the SeekHeads as cueClusters finds it.
+ebml::Element cuesElement(Reader& reader, const MatroskaHead& head)
+{
+    std::uint64_t cuesAt = head.cues;
+    for (const auto& [start, end] : head.seekHeads) {
+        if (cuesAt != 0) break;
+        auto targets = seekTargets(reader, head, start, end);
+        if (targets.cues == 0 && targets.seekHead != 0) {
+            const auto more = elementAt(reader, head, targets.seekHead, mkv::kSeekHead);
+            if (more.end != 0) targets = seekTargets(reader, head, more.start, more.end);
+        }
+        cuesAt = targets.cues;
+    }
+    return cuesAt == 0 ? ebml::Element{} : elementAt(reader, head, cuesAt, mkv::kCues);
+}
+
+} // namespace
+
+std::vector<CueBlock> cueBlocks(Reader& reader, const MatroskaHead& head,
+                                const std::vector<std::uint64_t>& tracks)
+{
+    const auto cues = cuesElement(reader, head);
+    std::vector<CueBlock> blocks;
+    for (auto p = cues.start; p < cues.end;) {
+        const auto point = ebml::element(reader, p, cues.end);
+        p = point.end;
+        if (point.id != kCuePoint) continue;
+        reader.check();
+        std::uint64_t ticks = 0;
+        for (auto q = point.start; q < point.end;) {
+            const auto c = ebml::element(reader, q, point.end);
+            q = c.end;
+            if (c.id == kCueTime) ticks = ebml::unsignedInteger(reader, c);
+            if (c.id != kCueTrackPositions) continue;
+            CueBlock block;
+            for (auto r = c.start; r < c.end;) {
+                const auto t = ebml::element(reader, r, c.end);
+                r = t.end;
+                if (t.id == kCueTrack) block.track = ebml::unsignedInteger(reader, t);
+                if (t.id == kCueClusterPosition) block.cluster = ebml::unsignedInteger(reader, t);
+                if (t.id == kCueRelativePosition) block.relative = ebml::unsignedInteger(reader, t);
+            }
+            if (std::find(tracks.begin(), tracks.end(), block.track) == tracks.end()) continue;
+            const auto span = head.segmentEnd - head.segmentStart;
+            require(block.cluster < span);
+            block.cluster += head.segmentStart;
+            block.ticks = ticks;
+            if (block.relative && *block.relative >= span) block.relative.reset();
+            blocks.push_back(block);
+            require(blocks.size() <= limits::kMaxCueBlocks, kTooLarge);
+        }
+    }
+    return blocks;
+}
+
 } // namespace qv

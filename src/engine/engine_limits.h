@@ -54,6 +54,8 @@ inline constexpr std::uint32_t kMaxSubtitleTracks = 32;
 inline constexpr std::uint64_t kMaxSubtitleEvents = 200'000;
 inline constexpr std::uint64_t kMaxSubtitleTextBytes = 16'777'216;
 inline constexpr std::uint64_t kMaxSubtitleEventBytes = 65'536;
+// Cues of subtitle tracks kept to find their blocks, over all tracks.
+inline constexpr std::uint64_t kMaxCueBlocks = 4 * kMaxSubtitleEvents;
 // Attachments listed per file, and the longest attachment name or MIME type.
 inline constexpr std::uint32_t kMaxAttachments = 256;
 inline constexpr std::uint64_t kMaxAttachmentText = 1'024;

@@ -300,6 +300,7 @@ Index FragmentedMovie::indexFragment(std::size_t i)
     require(ebml::element(m_reader, f.source, end(i)).id == mkv::kCluster);
     Index index = m_heads;
     matroskaClusters(m_reader, index, f.source, end(i));
+    if (subtitleSink && !index.subtitles.empty()) subtitleSink(index.subtitles);
     return index;
 }
 

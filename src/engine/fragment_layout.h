@@ -29,6 +29,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -66,6 +67,9 @@ public:
     // The prepared tracks, without samples; sampleCount holds the samples indexed at open.
     const Index& index() const noexcept { return m_index; }
     const std::vector<Fragment>& fragments() const noexcept { return m_fragments; }
+
+    // Given the text subtitle events of every fragment indexed after open.
+    std::function<void(std::vector<SubtitleTrack>&)> subtitleSink;
 
 private:
     explicit FragmentedMovie(Reader& reader) : m_reader(reader) {}

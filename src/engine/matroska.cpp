@@ -85,6 +85,7 @@ public:
     Index run();
     MatroskaHead head();
     void clusters(Index& index, std::uint64_t start, std::uint64_t end);
+    void blockAt(Index& index, std::uint64_t clusterAt, std::uint64_t relative);
 
 private:
     void header();
@@ -169,6 +170,31 @@ void Demuxer::clusters(Index& index, std::uint64_t start, std::uint64_t end)
         }
     }
     clusterBlocks();
+    index = std::move(m_index);
+}
+
+void Demuxer::blockAt(Index& index, std::uint64_t clusterAt, std::uint64_t relative)
+{
+    m_index = std::move(index);
+    m_states.assign(m_index.tracks.size(), {});
+    const Element c = ebml::element(m_reader, clusterAt, m_reader.size());
+    require(c.id == mkv::kCluster);
+    Cluster cluster{c.start, c.end, 0};
+    // Muxers write the Timecode before the blocks; one after them is not looked for.
+    for (auto p = c.start; p < c.end;) {
+        const Element e = ebml::element(m_reader, p, c.end);
+        if (e.id == mkv::kSimpleBlock || e.id == mkv::kBlockGroup) break;
+        if (e.id == mkv::kTimecode) cluster.timecode = ebml::unsignedInteger(m_reader, e);
+        p = e.end;
+    }
+    require(relative < c.end - c.start);
+    const Element b = ebml::element(m_reader, c.start + relative, c.end);
+    if (b.id == mkv::kSimpleBlock)
+        block(b, cluster, std::nullopt, 0, std::nullopt);
+    else if (b.id == mkv::kBlockGroup)
+        blockGroup(b, cluster);
+    else
+        fail(kMalformed);
     index = std::move(m_index);
 }
 
@@ -707,6 +733,11 @@ MatroskaHead matroskaHead(Reader& reader)
 void matroskaClusters(Reader& reader, Index& index, std::uint64_t start, std::uint64_t end)
 {
     Demuxer(reader).clusters(index, start, end);
+}
+
+void matroskaBlock(Reader& reader, Index& index, std::uint64_t cluster, std::uint64_t relative)
+{
+    Demuxer(reader).blockAt(index, cluster, relative);
 }
 
 } // namespace qv

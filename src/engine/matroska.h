@@ -32,4 +32,8 @@ MatroskaHead matroskaHead(Reader& reader);
 // matroskaHead); other top-level elements in the range are skipped by their size.
 void matroskaClusters(Reader& reader, Index& index, std::uint64_t start, std::uint64_t end);
 
+// Appends the one block at `relative` bytes into the payload of the Cluster at `cluster` (where a
+// cue points), timed by that Cluster's Timecode.
+void matroskaBlock(Reader& reader, Index& index, std::uint64_t cluster, std::uint64_t relative);
+
 } // namespace qv

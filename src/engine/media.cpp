@@ -70,11 +70,13 @@ Index demux(Reader& reader)
 } // namespace qv
 
 QVMedia::QVMedia(const char* path, qv::CancelFn cancel, void* context)
-    : QVMedia(std::make_unique<qv::FileSource>(path), cancel, context)
+    : QVMedia(std::make_unique<qv::FileSource>(path), cancel, context,
+              [file = std::string(path)] { return std::make_unique<qv::FileSource>(file.c_str()); })
 {
 }
 
-QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context)
+QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context,
+                 qv::SourceMaker reopen)
     : reader(std::move(source), cancel, context)
 {
     fragmented = qv::FragmentedMovie::open(reader);
@@ -85,6 +87,11 @@ QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* 
         format = index.format;
         timecodeScale = index.timecodeScale;
         size = fragmented->size();
+        attachments = index.attachments;
+        subtitles = std::make_unique<qv::SubtitleFeed>(index.subtitles, index.timecodeScale,
+                                                       fragmented->fragments(), std::move(reopen),
+                                                       cancel, context);
+        fragmented->subtitleSink = [feed = subtitles.get()](auto& found) { feed->add(found); };
         return;
     }
     qv::Index index = qv::demux(reader);
@@ -95,7 +102,7 @@ QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* 
     format = index.format;
     timecodeScale = index.timecodeScale;
     tracks = std::move(index.tracks);
-    subtitles = std::move(index.subtitles);
+    subtitles = std::make_unique<qv::SubtitleFeed>(std::move(index.subtitles));
     attachments = std::move(index.attachments);
     // Reads go through the slices alone; the per-sample lists are no longer needed.
     for (auto& t : tracks) {

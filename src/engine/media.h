@@ -5,6 +5,7 @@
 #include "index.h"
 #include "qv_media.h"
 #include "reader.h"
+#include "subtitle_feed.h"
 
 #include <cstdint>
 #include <functional>
@@ -25,8 +26,10 @@ using SourceMaker = std::function<std::unique_ptr<Source>()>;
 
 // qv_media_open and qv_media_transport_presence over any source (tests and fuzzers keep their
 // bytes in memory), with the same results and codes.
+// reopen, when given, makes a second source over the same bytes for the thread that collects
+// subtitle events in the fragmented layout.
 QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context,
-                   std::uint32_t* error) noexcept;
+                   std::uint32_t* error, SourceMaker reopen = {}) noexcept;
 std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
                                void* context) noexcept;
 
@@ -34,7 +37,8 @@ std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
 
 struct QVMedia {
     // Opens, demuxes, prepares and lays out the source, or throws.
-    QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context);
+    QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context,
+            qv::SourceMaker reopen = {});
     QVMedia(const char* path, qv::CancelFn cancel, void* context);
 
     // Copies n bytes of the virtual file at offset; offset + n must lie inside the file.
@@ -45,7 +49,8 @@ struct QVMedia {
     std::uint64_t sampleCount = 0;
     std::uint32_t format = 0;
     std::uint64_t timecodeScale = 0;
-    std::vector<qv::SubtitleTrack> subtitles; // text subtitle tracks (Matroska), beside the movie
+    std::unique_ptr<qv::SubtitleFeed>
+        subtitles; // text subtitle tracks (Matroska), beside the movie
     std::vector<qv::Attachment> attachments;
     std::vector<std::uint8_t> header; // ftyp + moov + mdat header
     std::vector<qv::Slice> slices;

@@ -41,11 +41,12 @@ const qv::Track* trackAt(const QVMedia* media, uint32_t index)
 namespace qv {
 
 QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context,
-                   std::uint32_t* error) noexcept
+                   std::uint32_t* error, SourceMaker reopen) noexcept
 {
     if (error) *error = 0;
     QVMedia* media = nullptr;
-    const auto code = guarded([&] { media = new QVMedia(makeSource(), cancel, context); });
+    const auto code =
+        guarded([&] { media = new QVMedia(makeSource(), cancel, context, std::move(reopen)); });
     if (code != 0 && error) *error = code;
     return code == 0 ? media : nullptr;
 }
@@ -74,8 +75,9 @@ QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* contex
         if (error) *error = qv::kMalformed;
         return nullptr;
     }
-    return qv::openMedia([path] { return std::make_unique<qv::FileSource>(path); }, cancel, context,
-                         error);
+    return qv::openMedia(
+        [path] { return std::make_unique<qv::FileSource>(path); }, cancel, context, error,
+        [file = std::string(path)] { return std::make_unique<qv::FileSource>(file.c_str()); });
 }
 
 void qv_media_close(QVMedia* media)
@@ -168,34 +170,25 @@ int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel,
 
 uint32_t qv_media_subtitle_tracks(const QVMedia* media)
 {
-    return media ? static_cast<uint32_t>(media->subtitles.size()) : 0;
+    return media ? static_cast<uint32_t>(media->subtitles->size()) : 0;
 }
 
 int32_t qv_media_subtitle_track(const QVMedia* media, uint32_t index, QVMediaSubtitleTrack* track)
 {
-    if (!media || !track || index >= media->subtitles.size()) return -1;
-    const auto& t = media->subtitles[index];
-    *track = {t.codecId.c_str(),
-              t.language.c_str(),
-              t.name.c_str(),
-              t.codecPrivate.empty() ? nullptr : t.codecPrivate.data(),
-              t.codecPrivate.size(),
-              t.isDefault ? 1u : 0u,
-              t.forced ? 1u : 0u,
-              t.events.size(),
-              t.cutEvents};
-    return 0;
+    return media && track && media->subtitles->describe(index, *track) ? 0 : -1;
 }
 
 int32_t qv_media_subtitle_event(const QVMedia* media, uint32_t track_index, uint64_t event_index,
                                 QVMediaSubtitleEvent* event)
 {
-    if (!media || !event || track_index >= media->subtitles.size()) return -1;
-    const auto& events = media->subtitles[track_index].events;
-    if (event_index >= events.size()) return -1;
-    const auto& e = events[event_index];
-    *event = {e.start, e.duration, e.text.data(), e.text.size()};
-    return 0;
+    return media && event && media->subtitles->event(track_index, event_index, *event) ? 0 : -1;
+}
+
+int32_t qv_media_subtitle_want(QVMedia* media, uint32_t track_index, int64_t from_ns)
+{
+    if (!media || track_index >= media->subtitles->size()) return -1;
+    const auto code = guarded([&] { media->subtitles->want(track_index, from_ns); });
+    return code == 0 ? 0 : -1;
 }
 
 uint32_t qv_media_attachments(const QVMedia* media)

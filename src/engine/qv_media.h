@@ -167,10 +167,20 @@ int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel,
 
 /*
  * Text subtitles and attachments (Matroska). Text subtitle tracks ("S_TEXT/UTF8", "S_TEXT/ASS",
- * "S_TEXT/SSA", "S_TEXT/WEBVTT") are not part of the virtual MP4; every event of them is read
- * while the file opens (at most 200,000 events and 16,777,216 text bytes per track, 32 tracks;
- * later events are cut, a laced or unreadable block is skipped) and kept by the handle. A damaged
- * subtitle track or attachment list never makes qv_media_open fail. FLV files have none.
+ * "S_TEXT/SSA", "S_TEXT/WEBVTT") are not part of the virtual MP4; their events are kept by the
+ * handle (at most 200,000 events and 16,777,216 text bytes per track, 32 tracks; later events are
+ * cut, a laced or unreadable block is skipped). A damaged subtitle track or attachment list never
+ * makes qv_media_open fail. FLV files have none.
+ *
+ * In the full layout every event is read while the file opens, in time order, and `complete` is 1.
+ * In the fragmented layout the open reads only the events of the first clusters: a track's events
+ * grow while the file is open, from the fragments that reads index and, once the track is asked
+ * for with qv_media_subtitle_want, from a background thread with its own file stream (the blocks
+ * the Cues list for the track, or else every cluster from the given time on, then the rest).
+ * There `event_count` only grows, events are appended in the order found (not in time order) and
+ * an index once valid keeps its event; `complete` turns 1 when no more will come. Poll
+ * qv_media_subtitle_track for the count.
+ *
  * Every pointer these functions hand out belongs to the handle and stays valid until
  * qv_media_close. Safe to call from any thread.
  */
@@ -182,17 +192,19 @@ typedef struct QVMediaSubtitleTrack {
     const char* name;             /* "" when the file names none */
     const uint8_t* codec_private; /* the ASS/SSA script header, WebVTT's header; may be null */
     uint64_t codec_private_size;
-    uint32_t is_default; /* 1 when flagged default */
-    uint32_t forced;     /* 1 when flagged forced: shown even while subtitles are off */
-    uint64_t event_count;
-    uint64_t cut_events; /* events skipped or past the limits */
+    uint32_t is_default;  /* 1 when flagged default */
+    uint32_t forced;      /* 1 when flagged forced: shown even while subtitles are off */
+    uint64_t event_count; /* events known so far */
+    uint64_t cut_events;  /* events skipped or past the limits */
+    uint32_t complete;    /* 1 once every event of the track is known */
 } QVMediaSubtitleTrack;
 
 /*
- * One event, in time order. `text` is the block's bytes (not NUL-terminated): UTF-8 text with
+ * One event. `text` is the block's bytes (not NUL-terminated): UTF-8 text with
  * SubRip or WebVTT markup, or for ASS/SSA the event line "ReadOrder,Layer,Style,Name,MarginL,
  * MarginR,MarginV,Effect,Text". `duration` comes from the block's BlockDuration, else it runs to
- * the next event's start (0 for a last event without one).
+ * the next event's start (0 for a last event without one; in the fragmented layout the next one
+ * read with it, from the same clusters).
  */
 typedef struct QVMediaSubtitleEvent {
     int64_t start;    /* nanoseconds */
@@ -210,6 +222,14 @@ int32_t qv_media_subtitle_track(const QVMedia* media, uint32_t index, QVMediaSub
 /* Fills `event` for event `event_index` of track `track_index`; returns 0, or -1 as above. */
 int32_t qv_media_subtitle_event(const QVMedia* media, uint32_t track_index, uint64_t event_index,
                                 QVMediaSubtitleEvent* event);
+
+/*
+ * Asks for every event of track `track_index`, those from `from_ns` (the playback position, in
+ * nanoseconds) on first. Returns at once: 0, or -1 for a null handle or an index out of range.
+ * Nothing to do in the full layout or once the track is complete. Call it again after a seek; a
+ * time close to the last one changes nothing. The background thread ends with qv_media_close.
+ */
+int32_t qv_media_subtitle_want(QVMedia* media, uint32_t track_index, int64_t from_ns);
 
 /* One attached file (at most 256 per file). Strings are NUL-terminated, "" when absent. */
 typedef struct QVMediaAttachment {

@@ -31,7 +31,7 @@ void addSubtitleBlock(Reader& reader, SubtitleTrack& track, std::uint64_t positi
     // Muxers pad some texts with NUL bytes; they end the text.
     text.erase(std::find(text.begin(), text.end(), '\0'), text.end());
     track.textBytes += size;
-    track.events.push_back({start, duration.value_or(-1), std::move(text)});
+    track.events.push_back({start, duration.value_or(-1), std::move(text), position});
 }
 
 void finishSubtitleTrack(SubtitleTrack& track)

@@ -7,6 +7,7 @@
 #include "reader.h"
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,7 +18,8 @@ struct SubtitleEvent {
     std::int64_t start = 0; // nanoseconds
     // Nanoseconds: from BlockDuration, else (after finishSubtitleTrack) until the next event.
     std::int64_t duration = -1;
-    std::string text; // the block's bytes: UTF-8 text, or an ASS event line
+    std::string text;           // the block's bytes: UTF-8 text, or an ASS event line
+    std::uint64_t position = 0; // of the block's text in the source: the same block read twice
 };
 
 struct SubtitleTrack {
@@ -28,7 +30,8 @@ struct SubtitleTrack {
     std::string name;
     bool isDefault = true;
     bool forced = false;
-    std::vector<SubtitleEvent> events;
+    // A deque, so that events handed out stay where they are while later ones are appended.
+    std::deque<SubtitleEvent> events;
     std::uint64_t textBytes = 0;
     std::uint64_t cutEvents = 0; // events past the limits or unreadable, not kept
 };

@@ -4,6 +4,7 @@
 
 #include <ass/ass.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 
@@ -110,6 +111,16 @@ bool AssRenderer::load(const SubtitleDocument& document)
     // A new track always draws afresh.
     m_frame = {};
     return true;
+}
+
+void AssRenderer::append(const SubtitleDocument& document, qsizetype from)
+{
+    if (!m_track) return;
+    for (qsizetype i = std::max<qsizetype>(from, 0); i < document.events.size(); ++i) {
+        const SubtitleEvent& event = document.events[i];
+        QByteArray line = event.line;
+        ass_process_chunk(m_track, line.data(), int(line.size()), event.start, event.duration);
+    }
 }
 
 bool AssRenderer::render(qint64 time, QSize frame, QSize storage)

@@ -22,6 +22,8 @@ public:
 
     // Replaces the track. False when libass refuses the header; the renderer then shows nothing.
     bool load(const SubtitleDocument& document);
+    // Adds the document's events from index `from` on to the loaded track.
+    void append(const SubtitleDocument& document, qsizetype from);
     void clear();
     bool hasTrack() const { return m_track != nullptr; }
 

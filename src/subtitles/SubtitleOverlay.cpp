@@ -37,6 +37,16 @@ void SubtitleOverlay::setSession(SubtitleSession* session)
             refresh();
         });
         connect(m_session, &QObject::destroyed, this, &SubtitleOverlay::reload);
+        // Events that arrive while the file plays join the loaded track; their lines show once
+        // the clock reaches them.
+        connect(m_session, &SubtitleSession::documentChanged, this,
+                [this](qint64 id, qsizetype firstNew) {
+                    if (!m_session || id != m_session->activeID()) return;
+                    if (firstNew < 0 || !m_renderer.hasTrack()) return reload();
+                    m_document = m_session->activeDocument();
+                    m_renderer.append(*m_document, firstNew);
+                    refresh();
+                });
     }
     emit sessionChanged();
     reload();

@@ -46,6 +46,28 @@ void SubtitleSession::read(const QString& path, std::function<void(SubtitleParse
     watcher->setFuture(QtConcurrent::run([path] { return subtitles::readFile(path); }));
 }
 
+void SubtitleSession::appendEvents(qint64 id, const QList<SubtitleEvent>& events)
+{
+    Track* track = find(id);
+    if (!track || !track->document || events.isEmpty()) return;
+    // The document is shared with the overlay: a grown copy replaces it.
+    auto grown = std::make_shared<SubtitleDocument>(*track->document);
+    const qsizetype firstNew = grown->events.size();
+    grown->events.append(events);
+    track->document = std::move(grown);
+    emit documentChanged(id, firstNew);
+}
+
+void SubtitleSession::addFonts(qint64 id, const QList<SubtitleFont>& fonts)
+{
+    Track* track = find(id);
+    if (!track || !track->document || fonts.isEmpty()) return;
+    auto changed = std::make_shared<SubtitleDocument>(*track->document);
+    changed->fonts.append(fonts);
+    track->document = std::move(changed);
+    emit documentChanged(id, -1);
+}
+
 void SubtitleSession::clear()
 {
     ++m_generation;

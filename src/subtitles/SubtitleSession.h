@@ -49,6 +49,10 @@ public:
     void read(const QString& path, std::function<void(SubtitleParse)> done);
     // A track already in memory (an embedded one).
     qint64 addDocument(SubtitleDocument document, const QString& label, bool forced = false);
+    // Adds events to a track already in memory (an embedded track whose events arrive while the
+    // file plays), and fonts for it; documentChanged tells the overlay.
+    void appendEvents(qint64 id, const QList<SubtitleEvent>& events);
+    void addFonts(qint64 id, const QList<SubtitleFont>& fonts);
     // Drops every track (a new item opens).
     void clear();
 
@@ -72,6 +76,9 @@ signals:
     void activeChanged();
     // A jump the extrapolation cannot foresee: a seek, a pause, a new rate.
     void timingChanged();
+    // The track's document grew: events from index `firstNew` on were appended, or with -1
+    // something else changed (fonts) and it must be loaded again.
+    void documentChanged(qint64 id, qsizetype firstNew);
 
 private:
     struct Track {

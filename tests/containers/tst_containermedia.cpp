@@ -5,6 +5,8 @@
 
 #include <QTest>
 
+#include <algorithm>
+
 using namespace quorvane;
 using namespace quorvane::testing;
 using namespace Qt::StringLiterals;
@@ -21,7 +23,7 @@ class ContainerMediaTest : public QObject {
     QTemporaryDir m_dir;
 
 private slots:
-    // Text subtitles and the font muxed by mkvmerge, copied out of the engine at open.
+    // Text subtitles muxed by mkvmerge, copied out of the engine at open, and the font on demand.
     void subtitlesAndFonts()
     {
         const QString path = fixtureDir() + u"/subtitles.mkv"_s;
@@ -40,8 +42,37 @@ private slots:
                 ass.codecPrivate.contains("Style: Sign,DejaVu Sans,24,&H000000FF,-1,7"));
         QCOMPARE(ass.events.size(), 1);
         QCOMPARE(ass.events[0].text, "0,0,Sign,,0,0,0,,{\\pos(10,10)}SIGN");
-        QCOMPARE(subtitles->fonts.size(), 1);
-        QCOMPARE(subtitles->fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
+        const QList<ContainerFont> fonts = subtitles->readFonts();
+        QCOMPARE(fonts.size(), 1);
+        QCOMPARE(fonts[0].name, "DejaVuSans-Bold.ttf");
+        QCOMPARE(subtitles->fontBytes(), fonts[0].data.size());
+        QCOMPARE(fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // a TrueType font
+    }
+
+    // In the fragmented layout the events known at open grow once a track is asked for.
+    void subtitleEventsGrowOnDemand()
+    {
+        const QString path = fixtureDir() + u"/subtitles_cued.mkv"_s;
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        qputenv("QV_MEDIA_LAYOUT", "fragmented");
+        const auto media = ContainerMedia::open(path);
+        qunsetenv("QV_MEDIA_LAYOUT");
+        const auto subtitles = media->subtitles();
+        QVERIFY(subtitles);
+        const ContainerSubtitleTrack& ass = subtitles->tracks[1];
+        QVERIFY(!ass.complete);
+        subtitles->want(1, 0);
+        QList<ContainerSubtitleEvent> events = ass.events;
+        bool complete = false;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (events += subtitles->eventsFrom(1, events.size(), &complete), complete), 20000);
+        events += subtitles->eventsFrom(1, events.size());
+        QCOMPARE(events.size(), 10);
+        std::sort(events.begin(), events.end(),
+                  [](const auto& a, const auto& b) { return a.start < b.start; });
+        QCOMPARE(events[4].start, 12000);
+        QCOMPARE(events[4].duration, 1500);
+        QVERIFY(events[4].text.endsWith("sign 4"));
     }
 
     void failuresCarryEngineCodesAndCancellationIsNotOne()

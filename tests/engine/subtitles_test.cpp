@@ -1,12 +1,19 @@
-// Text subtitle tracks and attachments of hand-built Matroska files, through the flat interface:
+// Text subtitle tracks and attachments through the flat interface: of hand-built Matroska files,
 // what is kept, the events with their times and texts, the limits, and damage that must not fail
-// the file.
+// the file; of files muxed by mkvmerge, the same events through the fragmented layout as through
+// the full index.
 #include "engine/engine_limits.h"
 #include "engine_test_support.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
+#include <thread>
+#include <tuple>
 
 using namespace qv_test;
 
@@ -167,4 +174,82 @@ TEST(Subtitles, DamageAndLimitsNeverFailTheFile)
     ASSERT_EQ(qv_media_subtitle_track(opened->media, 0, &track), 0);
     EXPECT_EQ(track.event_count, qv::limits::kMaxSubtitleEvents);
     EXPECT_EQ(track.cut_events, 5u);
+}
+
+namespace {
+
+// Every event of every track, sorted: (start, duration, text).
+using Events = std::vector<std::vector<std::tuple<std::int64_t, std::int64_t, std::string>>>;
+
+Events eventsOf(QVMedia* media)
+{
+    Events all(qv_media_subtitle_tracks(media));
+    for (std::uint32_t t = 0; t < all.size(); ++t) {
+        QVMediaSubtitleEvent e{};
+        for (std::uint64_t i = 0; qv_media_subtitle_event(media, t, i, &e) == 0; ++i)
+            all[t].emplace_back(e.start, e.duration, textOf(e));
+        std::sort(all[t].begin(), all[t].end());
+    }
+    return all;
+}
+
+bool complete(QVMedia* media)
+{
+    QVMediaSubtitleTrack track{};
+    for (std::uint32_t t = 0; qv_media_subtitle_track(media, t, &track) == 0; ++t)
+        if (!track.complete) return false;
+    return true;
+}
+
+QVMedia* openIn(const std::string& path, const char* layout)
+{
+    ::setenv("QV_MEDIA_LAYOUT", layout, 1);
+    std::uint32_t code = 0;
+    QVMedia* media = qv_media_open(path.c_str(), nullptr, nullptr, &code);
+    ::unsetenv("QV_MEDIA_LAYOUT");
+    EXPECT_EQ(code, 0u) << path;
+    return media;
+}
+
+} // namespace
+
+// A SubRip line every half second and an ASS line every three seconds over 20 clusters; the Cues
+// of one file list every subtitle block, those of the other only the video.
+TEST(Subtitles, FragmentedLayoutFindsEveryEvent)
+{
+    for (const char* name : {"subtitles_cued.mkv", "subtitles_uncued.mkv"}) {
+        const std::string path = std::string(QV_FIXTURE_DIR) + "/" + name;
+        if (!std::filesystem::exists(path)) GTEST_SKIP() << "generated fixtures are missing";
+        QVMedia* full = openIn(path, "full");
+        const Events expected = eventsOf(full);
+        EXPECT_TRUE(complete(full));
+        qv_media_close(full);
+        ASSERT_EQ(expected.size(), 2u);
+        ASSERT_EQ(expected[0].size(), 60u);
+        ASSERT_EQ(expected[1].size(), 10u);
+        EXPECT_EQ(expected[0][3], std::make_tuple(1'500'000'000ll, 400'000'000ll, "line 3"));
+        EXPECT_EQ(std::get<2>(expected[1][9]), "9,0,Sign,,0,0,0,,{\\pos(10,10)}sign 9");
+
+        // Asked for from the middle: the thread collects the rest, the same events come out.
+        QVMedia* media = openIn(path, "fragmented");
+        ASSERT_EQ(qv_media_layout(media), std::uint32_t(QV_MEDIA_LAYOUT_FRAGMENTED));
+        EXPECT_LT(eventsOf(media)[0].size(), 60u) << name;
+        EXPECT_FALSE(complete(media));
+        for (std::uint32_t t = 0; t < 2; ++t)
+            EXPECT_EQ(qv_media_subtitle_want(media, t, 12'000'000'000), 0);
+        EXPECT_EQ(qv_media_subtitle_want(media, 2, 0), -1);
+        for (int i = 0; i < 1500 && !complete(media); ++i)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        EXPECT_TRUE(complete(media)) << name;
+        EXPECT_EQ(eventsOf(media), expected) << name;
+        qv_media_close(media);
+
+        // Not asked for: playback's reads of every fragment find the events all the same.
+        media = openIn(path, "fragmented");
+        std::vector<std::uint8_t> chunk(QV_MEDIA_MAX_READ);
+        for (std::uint64_t at = 0; at < qv_media_size(media); at += chunk.size())
+            ASSERT_GT(qv_media_read(media, at, chunk.data(), chunk.size()), 0);
+        EXPECT_EQ(eventsOf(media), expected) << name;
+        qv_media_close(media);
+    }
 }

@@ -140,6 +140,19 @@ private slots:
         }
         QVERIFY2(fault.isEmpty(), qPrintable(fault));
     }
+
+    // An event that arrives while its track is shown (a large file still being read) is drawn at
+    // once if the clock is inside it.
+    void appendedEventShowsWhereTheClockStands()
+    {
+        const qint64 id = addSubtitles("1\n00:00:01,000 --> 00:00:02,000\nFirst\n", u"srt"_s);
+        QVERIFY(m_session.select(id));
+        QVERIFY(inkAt(30).box.isEmpty());
+        m_session.appendEvents(id, {{29'000, 2'000, "1,0,Default,,0,0,0,,Later"}});
+        QVERIFY(m_overlay->showingText());
+        QVERIFY(!inkAt(30).box.isEmpty());
+        m_session.select(0);
+    }
 };
 
 QTEST_MAIN(SubtitleOverlayTest)
