@@ -145,8 +145,8 @@ private slots:
     // once if the clock is inside it.
     void appendedEventShowsWhereTheClockStands()
     {
-        const qint64 id = addSubtitles("1\n00:00:01,000 --> 00:00:02,000\nFirst\n", u"srt"_s);
-        QVERIFY(m_session.select(id));
+        show("1\n00:00:01,000 --> 00:00:02,000\nFirst\n", u"srt"_s);
+        const qint64 id = m_session.activeID();
         QVERIFY(inkAt(30).box.isEmpty());
         m_session.appendEvents(id, {{29'000, 2'000, "1,0,Default,,0,0,0,,Later"}});
         QVERIFY(m_overlay->showingText());
