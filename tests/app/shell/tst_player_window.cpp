@@ -178,7 +178,15 @@ private slots:
         QTest::qWait(2600);
         QVERIFY(controlsShown());
 
-        // The playlist panel opens beside the window and opens an entry on click.
+        // The playlist panel goes right of the window, else left, else inside the screen; it opens
+        // an entry on click.
+        for (const auto& [parent, expected] :
+             {std::pair{QRect(100, 50, 600, 400), QRect(708, 50, 300, 400)},
+              {QRect(700, 50, 500, 400), QRect(392, 50, 300, 400)},
+              {QRect(100, 0, 1100, 800), QRect(980, 0, 300, 800)}})
+            QCOMPARE(
+                PlaylistPanelController::placement(parent, QSize(300, 200), QRect(0, 0, 1280, 800)),
+                expected);
         QMetaObject::invokeMethod(action("togglePlaylist"), "trigger");
         auto* panel = find<QQuickWindow>("playlistWindow");
         QVERIFY(panel && QTest::qWaitForWindowExposed(panel));
@@ -201,28 +209,6 @@ private slots:
         QVERIFY(open->property("text").toString() != u"Open File…"_s);
         m_shell->localizer().setLanguage(u"en"_s);
         QTRY_COMPARE(open->property("text").toString(), u"Open File…"_s);
-    }
-
-    void playlistPanelPlacement_data()
-    {
-        QTest::addColumn<QRect>("parent");
-        QTest::addColumn<QRect>("expected");
-        // On a 1280×800 screen, for a panel 300 wide.
-        QTest::newRow("right of the window")
-            << QRect(100, 50, 600, 400) << QRect(708, 50, 300, 400);
-        QTest::newRow("left when the right is full")
-            << QRect(700, 50, 500, 400) << QRect(392, 50, 300, 400);
-        QTest::newRow("inside the screen when neither side fits")
-            << QRect(100, 0, 1100, 800) << QRect(980, 0, 300, 800);
-    }
-
-    void playlistPanelPlacement()
-    {
-        QFETCH(QRect, parent);
-        QFETCH(QRect, expected);
-        QCOMPARE(
-            PlaylistPanelController::placement(parent, QSize(300, 200), QRect(0, 0, 1280, 800)),
-            expected);
     }
 
     // Not a check: the screenshots of scripts/screens, written to QV_SCREENS_DIR in the language

@@ -82,13 +82,6 @@ class SettingsWindowTest : public QObject {
         QCOMPARE(m_window->width(), 560);
     }
 
-    // The picker as a keyboard user works it: focus, then one step down or up.
-    void pickLanguage(Qt::Key step)
-    {
-        find("languagePicker")->forceActiveFocus();
-        QTest::keyClick(m_window.get(), step);
-    }
-
 private slots:
     void initTestCase()
     {
@@ -132,12 +125,13 @@ private slots:
         showTab("generalTab", 220);
         Localizer playerWindow; // stands in for the player window, which keeps its own
         QSignalSpy relabelled(&playerWindow, &Localizer::languageChanged);
-        pickLanguage(Qt::Key_Down);
+        find("languagePicker")->forceActiveFocus(); // as a keyboard user: one step down, then up
+        QTest::keyClick(m_window.get(), Qt::Key_Down);
         QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"zh-Hans"_s);
         QCOMPARE(relabelled.size(), 1);
         QCOMPARE(playerWindow.text(u"Your private cinema"_s), u"你的私人放映室"_s);
         QCOMPARE(m_window->title(), u"设置"_s);
-        pickLanguage(Qt::Key_Up);
+        QTest::keyClick(m_window.get(), Qt::Key_Up);
         QCOMPARE(m_settings->value(u"interfaceLanguage"_s).toString(), u"en"_s);
         QCOMPARE(m_window->title(), u"Settings"_s);
         m_window.reset();

@@ -1,7 +1,9 @@
-// MPRIS over a private session bus, against a real player playing generated media. The cases run
-// in order on one player, on a file opened through the bus.
+// MPRIS and the screen-saver inhibition over the private session bus of dbus-run-session, against
+// a real player playing generated media. The MPRIS cases run in order on one player, on a file
+// opened through the bus; the screen saver is a stand-in (a build machine has none).
 #include "BusTestSupport.h"
 #include "MprisService.h"
+#include "ScreenSaverInhibitor.h"
 
 #include <QDBusArgument>
 #include <QDBusMessage>
@@ -11,7 +13,6 @@
 #include <QGuiApplication>
 
 #include <cmath>
-#include <cstring>
 
 using namespace quorvane;
 using namespace quorvane::testing;
@@ -89,7 +90,25 @@ public slots:
     void seeked(qlonglong position) { seeks.append(position); }
 };
 
-class TestMpris : public QObject {
+// Hands out cookies and remembers which are still held.
+class StandInScreenSaver : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.ScreenSaver")
+
+public:
+    int inhibits = 0;
+    QSet<uint> held;
+
+public slots:
+    Q_SCRIPTABLE uint Inhibit(const QString&, const QString&)
+    {
+        held.insert(41 + ++inhibits);
+        return 41 + inhibits;
+    }
+    Q_SCRIPTABLE void UnInhibit(uint cookie) { held.remove(cookie); }
+};
+
+class TestDesktopBus : public QObject {
     Q_OBJECT
 
     PlayerUnderTest t;
@@ -192,26 +211,47 @@ private slots:
             QVERIFY2(t.player.paused(), name);
         }
     }
+
+    // One inhibition while a video plays: paused, replaced by the next file or closed, the cookie
+    // goes back (a cookie never returned keeps the screen on for good).
+    void aPlayingVideoHoldsOneInhibition()
+    {
+        QDBusConnection service = QDBusConnection::connectToBus(QDBusConnection::SessionBus,
+                                                                QStringLiteral("screensaver"));
+        StandInScreenSaver saver;
+        QVERIFY(service.registerObject("/org/freedesktop/ScreenSaver", &saver,
+                                       QDBusConnection::ExportScriptableSlots));
+        QVERIFY(service.registerService("org.freedesktop.ScreenSaver"));
+        auto inhibitor =
+            std::make_unique<ScreenSaverInhibitor>(t.player, QDBusConnection::sessionBus());
+        const auto play = [this](const char* path) {
+            const QUrl url = t.media("native-h264-aac.mp4", path);
+            t.player.open(url);
+            return t.waitPlaying(url);
+        };
+
+        QVERIFY(play("v/1.mp4"));
+        QTRY_COMPARE_WITH_TIMEOUT(saver.held.size(), 1, 5000);
+        t.player.toggle(); // pause
+        QTRY_VERIFY_WITH_TIMEOUT(saver.held.isEmpty(), 5000);
+        t.player.toggle(); // play
+        QTRY_COMPARE_WITH_TIMEOUT(saver.held.size(), 1, 5000);
+        QVERIFY(play("v/2.mp4"));
+        QTest::qWait(300); // no call still on its way changes the counts
+        QCOMPARE(saver.held.size(), 1);
+        QCOMPARE(saver.inhibits, 3);
+        inhibitor.reset();
+        QTRY_VERIFY_WITH_TIMEOUT(saver.held.isEmpty(), 5000);
+        service.unregisterService("org.freedesktop.ScreenSaver");
+    }
 };
 
-#include "tst_mpris.moc"
+#include "tst_desktop_bus.moc"
 
-int runScreenSaverTests(int argc, char** argv);
-
-// Both classes run in one process on the private bus that dbus-run-session provides.
-// `tst_desktop_bus [TestMpris|TestScreenSaver] [QtTest options]` runs one class.
 int main(int argc, char** argv)
 {
     qputenv("QT_MEDIA_BACKEND", "gstreamer");
     QGuiApplication app(argc, argv);
-    const char* only = argc > 1 && std::strncmp(argv[1], "Test", 4) == 0 ? argv[1] : nullptr;
-    if (only) argv[1] = argv[0], ++argv, --argc;
-    int failed = 0;
-    if (!only || std::strcmp(only, "TestMpris") == 0) {
-        TestMpris test;
-        failed += QTest::qExec(&test, argc, argv);
-    }
-    if (!only || std::strcmp(only, "TestScreenSaver") == 0)
-        failed += runScreenSaverTests(argc, argv);
-    return failed != 0 ? 1 : 0;
+    TestDesktopBus test;
+    return QTest::qExec(&test, argc, argv);
 }
