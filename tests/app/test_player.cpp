@@ -1,6 +1,5 @@
-// The player model over a scripted backend: opening, seeking, the end of an item, speed, boost and
-// volume, the arrow keys, the history in a temporary INI file and the playlist on real folders.
-#include "ArrowKeyPlayback.h"
+// The player model over a scripted backend: opening, seeking, the end of an item, speed and boost,
+// the history in a temporary INI file and the playlist on real folders.
 #include "PlaybackHistory.h"
 #include "Playlist.h"
 #include "support/PlayerFixture.h"
@@ -142,7 +141,7 @@ private slots:
         QVERIFY(f.backend->calls.isEmpty());
     }
 
-    void speedBoostAndVolume()
+    void speedAndBoost()
     {
         PlayerFixture f;
         f.player->beginBoost(); // nothing loaded
@@ -161,14 +160,13 @@ private slots:
         f.player->endBoost();
         QCOMPARE(f.backend->rates.last(), 4.0);
 
-        // A new base speed ends the boost; it and the multiplier are kept.
+        // A new base speed, a pause or an open ends a boost; a paused item is never boosted nor
+        // restarted by a rate.
         f.player->setHoldMultiplier(3);
+        f.player->beginBoost();
         f.player->setBaseSpeed(2);
         QVERIFY(!f.player->isBoosting() && f.player->speed() == 2.0);
         QCOMPARE(f.settings->value("holdMultiplier").toDouble(), 3.0);
-
-        // Pausing ends a boost; a paused item is never boosted nor restarted by a rate; opening
-        // ends a boost too.
         f.player->beginBoost();
         f.player->toggle();
         QCOMPARE(f.player->speed(), 2.0);
@@ -181,79 +179,6 @@ private slots:
         f.player->beginBoost();
         f.player->open(f.file("b.mp4"));
         QVERIFY(!f.player->isBoosting() && f.player->speed() == 1.0);
-
-        // A muted start reaches the backend; volume clamps; the overlay stays 1.5 s.
-        f.makePlayer(true);
-        QVERIFY(f.backend->muted);
-        for (double step : {15.0, 10.0, double(NAN)})
-            f.player->adjustVolume(step);
-        QVERIFY(f.player->volume() == 100.0 && f.backend->volume == 1.0);
-        f.clock += 1.0;
-        f.player->adjustVolume(-200);
-        QVERIFY(f.player->volume() == 0.0 && f.backend->volume == 0.0);
-        f.advance(1.49);
-        QVERIFY(f.player->showingVolume());
-        f.advance(0.01);
-        QVERIFY(!f.player->showingVolume());
-    }
-
-    void deactivationAndQuitEndTheBoostAndSave()
-    {
-        PlayerFixture f;
-        const QUrl a = f.file("a.mp4");
-        f.load(a, 100);
-        for (const double at : {30.0, 40.0}) {
-            f.player->beginBoost();
-            f.player->seek(at);
-            QVERIFY(at == 40 ? QMetaObject::invokeMethod(qApp, "aboutToQuit")
-                             : QMetaObject::invokeMethod(
-                                   qApp, "applicationStateChanged",
-                                   Q_ARG(Qt::ApplicationState, Qt::ApplicationInactive)));
-            QVERIFY(!f.player->isBoosting());
-            QCOMPARE(f.player->savedPosition(a), at);
-        }
-    }
-
-    void arrowKeys()
-    {
-        PlayerFixture f;
-        f.load(f.file("a.mp4"), 100);
-        f.player->seek(50);
-        ArrowKeyPlayback keys(f.player.get());
-        const auto right = ArrowKeyPlayback::kRightArrow, left = ArrowKeyPlayback::kLeftArrow;
-
-        // Held under 0.35 s is a tap, also on a large time base where differences carry rounding.
-        const struct {
-            double down, up;
-            std::optional<double> seek;
-            double position;
-        } presses[] = {{10.0, 10.349, 5.0, 55},
-                       {20.0, 20.35, std::nullopt, 55},
-                       {86400.0, 86400.349, 5.0, 60},
-                       {86401.0, 86401.35, std::nullopt, 60}};
-        for (const auto& press : presses) {
-            QVERIFY(keys.keyDown(right, press.down));
-            QCOMPARE(keys.release(right, press.up), press.seek);
-            QCOMPARE(f.player->position(), press.position);
-        }
-        f.player->seek(3); // a tap near the start stops at 0
-        keys.keyDown(left, 30.0);
-        keys.release(left, 30.1);
-        QCOMPARE(f.player->position(), 0.0);
-
-        f.backend->seeks.clear();
-        // Auto-repeat and a second arrow neither restart nor release the held key.
-        keys.keyDown(left, 50.0);
-        keys.keyDown(left, 50.2);
-        keys.keyDown(right, 50.3);
-        QCOMPARE(keys.started(), 50.0);
-        QCOMPARE(keys.release(right, 50.4), std::nullopt);
-        QCOMPARE(keys.key(), left);
-        keys.cancel();
-        QVERIFY(!keys.key() && !keys.isTimerActive());
-        QVERIFY(f.backend->seeks.isEmpty());
-        keys.keyDown(left, 60.0); // foreign codes are not ours
-        QVERIFY(!keys.keyUp(left + 0x10000, 60.1) && keys.keyUp(left, 60.1));
     }
 
     void resumeRule()
@@ -363,19 +288,6 @@ private slots:
         QStringList kept{history::historyKey(f.file("a.mp4")), "/ok.mp4"};
         kept.sort();
         QCOMPARE(f.settings->value("watchedProgress").toMap().keys(), kept);
-    }
-
-    void mediaFiles()
-    {
-        PlayerFixture f;
-        for (const char* name : {"a.MKV", "b.m2ts", "c.ogv", "clip.3gp"})
-            QVERIFY2(isMediaFile(f.file(name), true), name);
-        for (const char* name : {"notes.txt", "no-extension"})
-            QVERIFY2(!isMediaFile(f.file(name), false), name);
-        // Audio known only to the MIME database counts when asked for; the extension decides.
-        QVERIFY(isMediaFile(f.file("song.FLAC"), false) && !isMediaFile(f.file("song.mp3"), true));
-        QVERIFY(isMediaFile(QUrl::fromLocalFile("/nowhere/x.mp4"), true));
-        QVERIFY(!isMediaFile(QUrl("https://example.com/a.mp4"), false));
     }
 
     void sortOrders()

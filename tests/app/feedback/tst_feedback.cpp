@@ -1,6 +1,5 @@
 // The settings module's services: the feedback form against a real HTTP server on the loopback
-// interface, the copy of the diagnostic report through the real clipboard of the (offscreen) GUI
-// application, and the update notice over the stored build.
+// interface, and the update notice over the stored build.
 #include "DiagnosticLog.h"
 #include "FeedbackController.h"
 #include "Player.h"
@@ -8,8 +7,6 @@
 #include "UpdateNotice.h"
 #include "support/ScriptedBackend.h"
 
-#include <QClipboard>
-#include <QGuiApplication>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QNetworkProxy>
@@ -177,36 +174,6 @@ private slots:
             unavailable.setMessage(u"Hello"_s);
             QVERIFY(!unavailable.sendingAvailable() && !unavailable.canSend());
         }
-    }
-
-    void environmentOverridesTheBuiltInEndpoint()
-    {
-        const QUrl builtIn(QStringLiteral(QV_FEEDBACK_URL));
-        const std::pair<const char*, QUrl> rows[] = {
-            {"", builtIn},
-            {"https://feedback.example.org/v1/send",
-             QUrl(u"https://feedback.example.org/v1/send"_s)},
-            {"ftp://example.org/", QUrl()},
-            {"example.org/send", QUrl()},
-        };
-        for (const auto& [value, expected] : rows) {
-            qputenv("QUORVANE_FEEDBACK_URL", value);
-            QVERIFY2(FeedbackService::configuredEndpoint() == expected, value);
-        }
-        qunsetenv("QUORVANE_FEEDBACK_URL");
-    }
-
-    // The settings window shows the copy; here what lands on the clipboard, and a refusal.
-    void copyPutsTheReportOnTheClipboard()
-    {
-        FeedbackController form(m_player.get(), QUrl());
-        form.copyDiagnosticLog();
-        QCOMPARE(form.copyOutcome(), FeedbackController::CopyOutcome::Copied);
-        QCOMPARE(QGuiApplication::clipboard()->text(), SupportDiagnostics::report());
-        QVERIFY(SupportDiagnostics::report().contains(u" playback.state "_s));
-        form.setClipboardWriter([](const QString&) { return false; });
-        form.copyDiagnosticLog();
-        QCOMPARE(form.copyOutcome(), FeedbackController::CopyOutcome::Refused);
     }
 
     // What a launch shows for what an earlier launch stored, then what the updater's answer
