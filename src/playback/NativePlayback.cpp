@@ -16,6 +16,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcNative, "quorvane.playback.native")
 
@@ -75,12 +76,15 @@ void NativePlayback::setOnEvent(EventHandler handler)
 
 bool NativePlayback::isMuted() const
 {
-    return m_audio->isMuted();
+    return m_mutedBeforeSwitch.value_or(m_audio->isMuted());
 }
 
 void NativePlayback::setMuted(bool muted)
 {
-    m_audio->setMuted(muted);
+    if (m_mutedBeforeSwitch)
+        m_mutedBeforeSwitch = muted; // applied once the pending switch is made
+    else
+        m_audio->setMuted(muted);
 }
 
 double NativePlayback::volume() const
@@ -192,6 +196,7 @@ void NativePlayback::play(double rate)
     m_ended = false;
     m_player->setPlaybackRate(rate);
     m_player->play();
+    armTrackSwitch();
 }
 
 void NativePlayback::pause()
@@ -199,6 +204,9 @@ void NativePlayback::pause()
     // After the end the player has stopped; pausing would restart it at the beginning.
     if (m_phase == Phase::Idle || m_ended) return;
     m_player->pause();
+    // A switch still pending waits for the next play.
+    disconnect(m_switchWatch);
+    unsilence();
 }
 
 void NativePlayback::stop()
@@ -211,6 +219,7 @@ void NativePlayback::stop()
     m_transportAudio = m_transportVideo = false;
     m_hdr = m_ended = false;
     m_audioID = m_subtitleID = 0;
+    dropTrackSwitch();
     m_frameSize = {};
     m_player->setSource(QUrl());
     // The player no longer reads the device: pending and later reads now fail.
@@ -228,6 +237,10 @@ void NativePlayback::seek(double seconds, const QUuid& id)
     m_seeks.begin(id, target, frameMs);
     m_ended = false;
     m_player->setPosition(target);
+    // The position jumped: a pending switch waits for the clock to run again.
+    if ((m_pendingAudio || m_pendingSubtitle) &&
+        m_player->playbackState() == QMediaPlayer::PlayingState)
+        armTrackSwitch();
 
     const quint64 generation = m_generation;
     const quint64 serial = m_seeks.serial();
@@ -257,26 +270,57 @@ void NativePlayback::selectTrack(PlaybackTrackKind kind, qint64 id)
     const qsizetype count =
         audio ? m_player->audioTracks().size() : m_player->subtitleTracks().size();
     if (count == 0 || id > count) return;
-    const int index = id == 0 ? -1 : int(id - 1);
-    // Switching a stream of a paused GStreamer pipeline leaves it unable to stop later (the next
-    // setSource hangs), so a paused player switches while running for an instant, silenced.
-    const bool paused = m_player->playbackState() == QMediaPlayer::PausedState;
-    const bool muted = m_audio->isMuted();
-    if (paused) {
+    (audio ? m_audioID : m_subtitleID) = id;
+    (audio ? m_pendingAudio : m_pendingSubtitle) = id == 0 ? -1 : int(id - 1);
+    // Qt 6.4 makes a switch take effect by flushing the pipeline. Flushed while paused (or still
+    // on its way to playing), GStreamer can deadlock: the input selector's old and new streams
+    // both push towards the audio queue that the prerolled sink does not drain, and the flush
+    // pauses their tasks one after the other. So the switch is made once the pipeline runs.
+    if (m_player->playbackState() == QMediaPlayer::PlayingState) armTrackSwitch();
+}
+
+void NativePlayback::armTrackSwitch()
+{
+    if (!m_pendingAudio && !m_pendingSubtitle) return;
+    if (m_pendingAudio && !m_mutedBeforeSwitch) {
+        // The old track stays silent until the new one plays.
+        m_mutedBeforeSwitch = m_audio->isMuted();
         m_audio->setMuted(true);
-        m_player->play();
     }
-    if (audio) {
-        m_player->setActiveAudioTrack(index);
-        m_audioID = id;
-    } else {
-        m_player->setActiveSubtitleTrack(index);
-        m_subtitleID = id;
-    }
-    if (paused) {
-        m_player->pause();
-        m_audio->setMuted(muted);
-    }
+    disconnect(m_switchWatch);
+    // The player reports its position every 100 ms while it plays; two reports moving forwards
+    // mean the clock runs, so the pipeline has finished changing to playing.
+    auto last = std::make_shared<qint64>(-1);
+    m_switchWatch =
+        connect(m_player, &QMediaPlayer::positionChanged, this, [this, last](qint64 ms) {
+            const bool running = *last >= 0 && ms > *last;
+            *last = ms;
+            if (running && m_player->playbackState() == QMediaPlayer::PlayingState)
+                applyTrackSwitch();
+        });
+}
+
+void NativePlayback::applyTrackSwitch()
+{
+    disconnect(m_switchWatch);
+    if (const auto index = std::exchange(m_pendingAudio, std::nullopt))
+        m_player->setActiveAudioTrack(*index);
+    if (const auto index = std::exchange(m_pendingSubtitle, std::nullopt))
+        m_player->setActiveSubtitleTrack(*index);
+    unsilence();
+}
+
+void NativePlayback::unsilence()
+{
+    if (m_mutedBeforeSwitch) m_audio->setMuted(*std::exchange(m_mutedBeforeSwitch, std::nullopt));
+}
+
+void NativePlayback::dropTrackSwitch()
+{
+    disconnect(m_switchWatch);
+    m_pendingAudio.reset();
+    m_pendingSubtitle.reset();
+    unsilence();
 }
 
 void NativePlayback::setVideoSink(QVideoSink* sink)

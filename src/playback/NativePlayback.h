@@ -92,6 +92,10 @@ private:
     void emitEvent(const PlaybackEvent& event);
     void attachSink(QVideoSink* sink);
     void completeSeek(const std::optional<QUuid>& id);
+    void armTrackSwitch();
+    void applyTrackSwitch();
+    void dropTrackSwitch();
+    void unsilence();
 
     const Route m_route;
     // False only when our source element could not be registered: remuxed files then reach the
@@ -126,6 +130,13 @@ private:
 
     qint64 m_audioID = 0; // 1-based, 0 = none
     qint64 m_subtitleID = 0;
+    // Track switches asked for while the pipeline was not running (player indices, -1 = none),
+    // made once playback has resumed; meanwhile the old audio track is silenced and
+    // m_mutedBeforeSwitch holds the owner's own mute state.
+    std::optional<int> m_pendingAudio;
+    std::optional<int> m_pendingSubtitle;
+    std::optional<bool> m_mutedBeforeSwitch;
+    QMetaObject::Connection m_switchWatch;
     SeekTracker m_seeks;
     double m_frameRate = 0;
 };

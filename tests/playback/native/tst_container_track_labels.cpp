@@ -34,7 +34,7 @@ TEST(ContainerTrackLabels, LanguageAndNameInEitherInterfaceLanguage)
 
 TEST(ContainerTrackLabels, OnlyAudioTracksAreRelabelledAndOnlyWhenTheyMatch)
 {
-    InterfaceLanguage interface(QStringLiteral("en"));
+    InterfaceLanguage interface("en");
     const QList<Track> engine{{true, "avc", "und", "Picture"},
                               {false, "aac", "eng", "Commentary"},
                               {false, "aac", "jpn", ""}};

@@ -32,22 +32,21 @@ TEST(NativeMediaInfo, PathsByExtensionInAnyCase)
     EXPECT_FALSE(platform.accepts(QUrl("https://example.invalid/a.mkv")));
 }
 
-TEST(NativeMediaInfo, DisplaySizeFollowsQuarterTurns)
+TEST(NativeMediaInfo, RotationsHdrAndDurations)
 {
-    for (int degrees : {0, 180})
-        EXPECT_EQ(nativemedia::displaySize(QSize(1920, 1080), degrees), QSizeF(1920, 1080));
-    for (int degrees : {90, 270, -90})
-        EXPECT_EQ(nativemedia::displaySize(QSize(1920, 1080), degrees), QSizeF(1080, 1920));
+    const std::pair<int, QSizeF> sizes[] = {
+        {0, {1920, 1080}}, {180, {1920, 1080}}, {90, {1080, 1920}}, {-90, {1080, 1920}}};
+    for (const auto& [degrees, size] : sizes)
+        EXPECT_EQ(nativemedia::displaySize(QSize(1920, 1080), degrees), size) << degrees;
     EXPECT_EQ(nativemedia::displaySize(QSize(), 90), QSizeF());
-    EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("rotate-270")), 270);
-    EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("flip-rotate-90")), 90);
-    EXPECT_EQ(nativemedia::rotationDegrees(QStringLiteral("flip-horizontal-1")), 0);
-    EXPECT_EQ(nativemedia::rotationDegrees(180), 180);
-    EXPECT_EQ(nativemedia::rotationDegrees(QVariant()), 0);
-    EXPECT_TRUE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_ST2084));
-    EXPECT_TRUE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_STD_B67));
+    const std::pair<QVariant, int> rotations[] = {
+        {"rotate-270", 270}, {"flip-rotate-90", 90}, {"flip-horizontal-1", 0}, {180, 180}, {{}, 0}};
+    for (const auto& [tag, degrees] : rotations)
+        EXPECT_EQ(nativemedia::rotationDegrees(tag), degrees) << qPrintable(tag.toString());
+    for (auto transfer :
+         {QVideoFrameFormat::ColorTransfer_ST2084, QVideoFrameFormat::ColorTransfer_STD_B67})
+        EXPECT_TRUE(nativemedia::isHdrTransfer(transfer));
     EXPECT_FALSE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_BT709));
-    EXPECT_FALSE(nativemedia::isHdrTransfer(QVideoFrameFormat::ColorTransfer_Unknown));
     EXPECT_EQ(nativemedia::durationSeconds(-5), 0.0);
 }
 
@@ -66,20 +65,19 @@ TEST(NativeMediaInfo, TracksAreNumberedFromOnePerKindAndLabelled)
 TEST(SeekTracker, OnlyTheLatestSeekCompletesAndOnlyOnce)
 {
     SeekTracker seeks;
-    const QUuid first = QUuid::createUuid();
-    const QUuid second = QUuid::createUuid();
+    const QUuid first = QUuid::createUuid(), second = QUuid::createUuid();
     seeks.begin(first, 1000, 40);
     const quint64 firstSerial = seeks.serial();
     seeks.begin(second, 2000, 40);
-    // A picture at the first target no longer completes anything; nor does its fallback.
-    EXPECT_EQ(seeks.arrived(1000), std::nullopt);
+    // A picture at the first target no longer completes anything; nor does its fallback. Within
+    // one frame before the target completes, once.
+    for (qint64 ms : {1000, 2000 - 80})
+        EXPECT_EQ(seeks.arrived(ms), std::nullopt) << ms;
     EXPECT_EQ(seeks.expire(firstSerial), std::nullopt);
-    // Within one frame before the target completes, once.
-    EXPECT_EQ(seeks.arrived(2000 - 80), std::nullopt);
     EXPECT_EQ(seeks.arrived(2000 - 40), second);
     EXPECT_EQ(seeks.arrived(2000), std::nullopt);
     EXPECT_FALSE(seeks.pending());
-    // After it, up to two frames (pictures stamped before an MP4's edit list), not three.
+    // After the target, up to two frames (pictures stamped before an MP4's edit list), not three.
     seeks.begin(first, 2000, 40);
     EXPECT_EQ(seeks.arrived(2000 + 121), std::nullopt);
     EXPECT_EQ(seeks.arrived(2000 + 80), first);
@@ -88,7 +86,6 @@ TEST(SeekTracker, OnlyTheLatestSeekCompletesAndOnlyOnce)
     EXPECT_EQ(seeks.expire(seeks.serial()), first);
     EXPECT_EQ(seeks.expire(seeks.serial()), std::nullopt);
     seeks.begin(first, 5000, 40);
-    const quint64 serial = seeks.serial();
     seeks.clear();
-    EXPECT_EQ(seeks.expire(serial), std::nullopt);
+    EXPECT_EQ(seeks.expire(seeks.serial()), std::nullopt);
 }

@@ -62,12 +62,12 @@ TEST(StandardSlotsTest, EachFileReachesTheSlotThatCanPlayIt)
         ASSERT_EQ(ready.size(), 1);
         EXPECT_EQ(router.activeSlotID(), QLatin1String(slot));
         EXPECT_EQ(lastReadySlot(), QLatin1String(slot));
-        EXPECT_NEAR(ready[0].info.duration, 3.0, 0.1);
-        EXPECT_EQ(ready[0].info.width, 320);
-        EXPECT_EQ(ready[0].info.height, 240);
-        ASSERT_EQ(ready[0].info.tracks.size(), 1);
-        EXPECT_EQ(ready[0].info.tracks[0].id, 1);
-        EXPECT_EQ(ready[0].info.tracks[0].kind, PlaybackTrackKind::Audio);
+        const PlaybackMediaInfo& info = ready[0].info;
+        EXPECT_NEAR(info.duration, 3.0, 0.1);
+        EXPECT_EQ(QSizeF(info.width, info.height), QSizeF(320, 240));
+        ASSERT_EQ(info.tracks.size(), 1);
+        EXPECT_EQ(std::pair(info.tracks[0].id, info.tracks[0].kind),
+                  std::pair(qint64(1), PlaybackTrackKind::Audio));
         EXPECT_EQ(router.snapshot().audioID, 1);
     }
 }
