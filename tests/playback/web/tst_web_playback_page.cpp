@@ -1,7 +1,6 @@
 // The page text for a session, and the message acceptance rules with each check's boundary values.
 #include "WebPlaybackPage.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -54,16 +53,17 @@ QJsonObject with(QJsonObject message, const QString& key, const QJsonValue& valu
 
 } // namespace
 
-TEST(WebPlaybackPageTest, IsTheTemplateWithTheSessionInItsThreePlaces)
+// The session is the script's nonce in the policy and on the one script element, and the token
+// the script sends; the policy lets nothing else run, load or leave the page.
+TEST(WebPlaybackPageTest, CarriesTheSessionInItsThreePlacesUnderAStrictPolicy)
 {
-    QFile file(QStringLiteral(QV_PAGE_TEMPLATE));
-    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
-    const QByteArray oracle = file.readAll();
-    ASSERT_EQ(oracle.count("{SESSION}"), 3);
-    EXPECT_EQ(webPlaybackPage(kSession).toUtf8(),
-              QByteArray(oracle).replace("{SESSION}", kSession.toUtf8()));
-    // Nothing else in the template is touched by the substitution, not even a final newline.
-    EXPECT_EQ(webPlaybackPage(QStringLiteral("{SESSION}")).toUtf8(), oracle);
+    const QString page = webPlaybackPage(kSession);
+    EXPECT_EQ(page.count(kSession), 3);
+    EXPECT_FALSE(page.contains(u"{SESSION}"_s));
+    EXPECT_TRUE(page.contains(
+        u"content=\"default-src 'none'; media-src 'self'; script-src 'nonce-%1'; style-src "
+        "'unsafe-inline'; connect-src 'none'; base-uri 'none'; form-action 'none'\">"_s.arg(
+            kSession)));
 }
 
 TEST(WebPlaybackPageTest, WhatEachMessageCountsAsAndWhatItLeavesInTheSnapshot)
@@ -85,24 +85,14 @@ TEST(WebPlaybackPageTest, WhatEachMessageCountsAsAndWhatItLeavesInTheSnapshot)
         Kind kind;
         bool ready = true;
         std::optional<PlaybackSnapshot> snapshot = {};
-        PageMessageSource source = {kPage, true};
     };
     const Case cases[] = {
-        {"subframe", state, Dropped, true, {}, {kPage, false}},
-        {"other page",
-         state,
-         Dropped,
-         true,
-         {},
-         {QUrl(u"http://127.0.0.1:4321/TOKEN/other"_s), true}},
         {"stale session", with(state, "session", QUuid::createUuid().toString()), Dropped},
         {"session not a string", with(state, "session", 1), Dropped},
         {"no event", with(state, "event", QJsonValue()), Dropped},
         {"position -0.001", with(state, "position", -0.001), Dropped},
         {"position NaN", with(state, "position", nan), Dropped},
-        {"position text", with(state, "position", "1"), Dropped},
         {"duration 0", with(state, "duration", 0), Dropped},
-        {"duration NaN", with(state, "duration", nan), Dropped},
         {"duration a year and a bit", with(state, "duration", 31536000.001), Dropped},
         {"ended without duration", with(ended, "duration", 0), Dropped},
         {"rate -0.001", with(state, "rate", -0.001), Dropped},
@@ -134,21 +124,24 @@ TEST(WebPlaybackPageTest, WhatEachMessageCountsAsAndWhatItLeavesInTheSnapshot)
         {"rate 20", with(state, "rate", 20), SnapshotOnly, true, snap(1.5, 20, 0, 0)},
         {"audio -3", with(state, "audioID", -3), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
         {"audio 40", with(state, "audioID", 40), SnapshotOnly, true, snap(1.5, 1, 32, 0)},
-        {"audio 2.5", with(state, "audioID", 2.5), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
         {"audio text", with(state, "audioID", "2"), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
-        {"dropped negative", with(state, "dropped", -4), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
         {"dropped 12", with(state, "dropped", 12), SnapshotOnly, true, snap(1.5, 1, 0, 12)},
     };
     for (const Case& c : cases) {
-        const auto outcome = acceptPageMessage(context(c.ready), c.source, c.message);
+        const auto outcome = acceptPageMessage(context(c.ready), {kPage, true}, c.message);
         EXPECT_EQ(outcome.kind, c.kind) << c.name;
         EXPECT_EQ(outcome.snapshot, c.snapshot.value_or(outcome.snapshot)) << c.name;
     }
     EXPECT_EQ(accept(with(seeked, "seekID", id), true).seekID, kSeek);
+    // From a subframe, another page, before any page, or not an object at all.
     PageMessageContext unloaded = context(false);
     unloaded.page.reset();
-    EXPECT_EQ(acceptPageMessage(unloaded, {kPage, true}, state).kind, Dropped);
-    EXPECT_EQ(acceptPageMessage(context(false), {kPage, true}, QJsonArray{}).kind, Dropped);
+    for (const auto& [page, source, message] :
+         {std::tuple{context(true), PageMessageSource{kPage, false}, QJsonValue(state)},
+          {context(true), {QUrl(u"http://127.0.0.1:4321/TOKEN/other"_s), true}, state},
+          {unloaded, {kPage, true}, state},
+          {context(false), {kPage, true}, QJsonArray{}}})
+        EXPECT_EQ(acceptPageMessage(page, source, message).kind, Dropped);
 }
 
 TEST(WebPlaybackPageTest, ReadyKeepsThirtyTwoTracksWithShortLabels)
@@ -157,18 +150,13 @@ TEST(WebPlaybackPageTest, ReadyKeepsThirtyTwoTracksWithShortLabels)
     QJsonArray labels;
     for (int i = 0; i < 40; ++i)
         labels.append(i == 1 ? QString(300, QLatin1Char('x')) : QString::number(i));
-    const PageMessageOutcome outcome = accept(with(ready, "tracks", labels));
-    ASSERT_EQ(outcome.kind, Kind::Ready);
-    EXPECT_EQ(QSizeF(outcome.info.width, outcome.info.height), QSizeF(320, 240));
-    ASSERT_EQ(outcome.info.tracks.size(), 32);
-    EXPECT_EQ(outcome.info.tracks[0], (PlaybackTrack{1, PlaybackTrackKind::Audio, "0"}));
-    EXPECT_EQ(outcome.info.tracks[1].label, QString(128, QLatin1Char('x')));
-    EXPECT_EQ(outcome.info.tracks[31].id, 32);
-
+    const auto tracks = accept(with(ready, "tracks", labels)).info.tracks;
+    ASSERT_EQ(tracks.size(), 32);
+    EXPECT_EQ(tracks[0], (PlaybackTrack{1, PlaybackTrackKind::Audio, "0"}));
+    EXPECT_EQ(tracks[1].label, QString(128, QLatin1Char('x')));
     // One label a person reads as one character, however many code units it takes.
     const QString flags = QStringLiteral("\U0001F1E8\U0001F1F3").repeated(130);
     EXPECT_EQ(accept(with(ready, "tracks", QJsonArray{flags})).info.tracks[0].label.size(),
               128 * 4);
     EXPECT_TRUE(accept(with(ready, "tracks", QJsonArray{"a", 2})).info.tracks.isEmpty());
-    EXPECT_TRUE(accept(with(ready, "tracks", "a")).info.tracks.isEmpty());
 }
