@@ -40,7 +40,7 @@ private slots:
             QCOMPARE(playerCatalog().text(key, language), QString::fromUtf8(key));
     }
 
-    void switchesBindingsAtRunTimeAndKeepsTheChoice()
+    void switchesBindingsAtRunTime()
     {
         QTemporaryDir dir;
         QSettings settings(dir.filePath(u"s.ini"_s), QSettings::IniFormat);
@@ -71,11 +71,7 @@ private slots:
         localizer.setLanguage(u"de"_s);
         QCOMPARE(changed.size(), 1);
 
-        // The choice survives into a fresh settings object over the same file.
-        settings.sync();
-        QSettings reopened(settings.fileName(), QSettings::IniFormat);
-        setPlayerLanguageSettings(&reopened);
-        QCOMPARE(playerLanguage().language(), u"zh-Hans"_s);
+        // Text made in C++ follows too.
         QCOMPARE(translate(u"Your private cinema"_s), u"你的私人放映室"_s);
         setPlayerLanguageSettings(nullptr);
     }

@@ -103,13 +103,8 @@ private slots:
     {
         // Nothing accepts a remote file; a failure before ready moves on to the next candidate;
         // the last one's, or any failure after ready, is final.
-        struct Case {
-            QUrl url;
-            QList<PlaybackEvent> emitted;
-            qsizetype made;
-            QList<PlaybackEvent> seen;
-        };
-        const Case cases[] = {
+        using Events = QList<PlaybackEvent>;
+        const std::tuple<QUrl, Events, qsizetype, Events> cases[] = {
             {QUrl("https://example.com/a.webm"), {}, 0, {failed(kFileFormatNotRecognized)}},
             {QUrl::fromLocalFile("/media/film.mkv"), {failed(-11800)}, 1, {failed(-11800)}},
             {QUrl::fromLocalFile("/media/song.ogg"), {failed(-1), failed(-2)}, 2, {failed(-2)}},
@@ -118,13 +113,13 @@ private slots:
              1,
              {ready(), failed(-11819)}},
         };
-        for (const Case& c : cases) {
+        for (const auto& [url, emitted, made, seen] : cases) {
             Harness h;
-            h.router->open(c.url);
-            for (const PlaybackEvent& event : c.emitted)
+            h.router->open(url);
+            for (const PlaybackEvent& event : emitted)
                 h.last()->emitEvent(event);
-            QCOMPARE(h.made.size(), c.made);
-            QCOMPARE(h.events, c.seen);
+            QCOMPARE(h.made.size(), made);
+            QCOMPARE(h.events, seen);
         }
     }
 

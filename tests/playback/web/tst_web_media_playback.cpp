@@ -139,13 +139,10 @@ TEST_F(WebMediaPlaybackTest, PlaysSeeksAndEndsThroughTheRouterAndShowsThePicture
         qvariant_cast<QObject*>(m_view->property("profile"))->property("offTheRecord").toBool());
 
     // Volume and mute set before the page was ready reached it right after.
-    EXPECT_TRUE(waitUntil(
-        [&] {
-            return probe(QStringLiteral(
-                       "(v => [v.volume, v.muted].join())(document.querySelector('video'))")) ==
-                   QStringLiteral("0.25,true");
-        },
-        10000));
+    const QString volumeAndMute =
+        QStringLiteral("(v => [v.volume, v.muted].join())(document.querySelector('video'))");
+    EXPECT_TRUE(
+        waitUntil([&] { return probe(volumeAndMute) == QStringLiteral("0.25,true"); }, 10000));
 
     router.play(1.0);
     EXPECT_TRUE(waitUntil(
@@ -197,8 +194,7 @@ TEST_F(WebMediaPlaybackTest, TheRealNativePathRefusesVp8AndThePlayerShowsTheWebV
     EXPECT_EQ(changes.size(), 1);
 }
 
-TEST_F(WebMediaPlaybackTest,
-       StopWhileLoadingReportsNothingLaterAndCallsOutsideTheirLimitsAreIgnored)
+TEST_F(WebMediaPlaybackTest, StopWhileLoadingReportsNothingLaterAndASecondOpenWins)
 {
     // The backend alone, its handler left in place: only its own stop() can silence it.
     WebMediaPlayback backend;
@@ -227,15 +223,6 @@ TEST_F(WebMediaPlaybackTest,
     EXPECT_EQ(all<PlaybackEvents::Ready>().value(0).info.width, 0);
     EXPECT_TRUE(backend.showsWebView());
 
-    // Rates outside 0.25...20, non-finite positions and subtitle tracks never reach the page.
-    for (double rate : {0.2, 25.0, std::nan("")})
-        backend.play(rate);
-    backend.seek(-1, QUuid::createUuid());
-    backend.seek(std::nan(""), QUuid::createUuid());
-    backend.selectTrack(PlaybackTrackKind::Subtitle, 1);
-    QTest::qWait(500);
-    EXPECT_EQ(backend.snapshot().rate, 0);
-    EXPECT_EQ(m_events.size(), 1);
     backend.play(0.25);
     EXPECT_TRUE(waitUntil([&] { return backend.snapshot().rate == 0.25; }, 10000));
     backend.stop();
