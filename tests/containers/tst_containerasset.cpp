@@ -1,21 +1,54 @@
-// Reads through ContainerMedia and ContainerAsset against the engine tool's copy of the virtual
-// file, over every container fixture the engine opens; then Qt Multimedia playing straight from
-// the device, mostly from the read-ahead, until the device is invalidated.
+// The container wrapper and its asset device over the real engine: error codes, reads against the
+// engine tool's copy of every fixture's virtual file, Qt Multimedia playing from the device.
 #include "ContainerAsset.h"
-#include "TestMedia.h"
+#include "ContainerError.h"
+#include "ContainerSubtitles.h"
+#include "TransportStreams.h"
 
 #include <QMediaPlayer>
+#include <QProcess>
 #include <QRandomGenerator>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QVideoSink>
 
+#include <algorithm>
 #include <thread>
 
 using namespace quorvane;
-using namespace quorvane::testing;
 using namespace Qt::StringLiterals;
 
 namespace {
+
+const QString kFixtures = QStringLiteral(QV_TEST_FIXTURE_DIR);
+
+// The whole virtual file as `qvmedia cat` writes it; empty when the tool fails.
+QByteArray virtualFileByTool(const QString& path)
+{
+    QTemporaryDir dir;
+    const QString out = dir.filePath(QStringLiteral("virtual.mp4"));
+    QProcess tool;
+    tool.start(QStringLiteral(QV_TEST_QVMEDIA), {QStringLiteral("cat"), path, out});
+    if (!tool.waitForFinished(60000) || tool.exitStatus() != QProcess::NormalExit ||
+        tool.exitCode() != 0)
+        return {};
+    QFile file(out);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// How `work` ended: 0 when it returned, the ContainerError's code, kCancelled for a cancellation.
+constexpr qint32 kCancelled = -QV_MEDIA_CANCELLED;
+template <typename Work> qint32 outcome(Work work)
+{
+    try {
+        work();
+    } catch (const ContainerError& error) {
+        return error.code();
+    } catch (const ContainerCancelled&) {
+        return kCancelled;
+    }
+    return 0;
+}
 
 struct Opened {
     QString path;
@@ -33,20 +66,108 @@ QByteArray readAt(QIODevice& device, qint64 offset, qint64 count)
 class ContainerAssetTest : public QObject {
     Q_OBJECT
 
+    QTemporaryDir m_dir;
     QList<Opened> m_files;
 
+    QString writeFile(const QString& name, const QByteArray& data)
+    {
+        QFile file(m_dir.filePath(name));
+        if (file.open(QIODevice::WriteOnly)) file.write(data);
+        return file.fileName();
+    }
+
 private slots:
+    // Matroska, WebM and FLV fixtures: the shared set, then the large file of these tests.
     void initTestCase()
     {
-        for (const auto& path : containerFixtures()) {
-            std::shared_ptr<ContainerMedia> media;
-            if (outcome([&] { media = ContainerMedia::open(path); }) != 0)
-                continue; // files the engine refuses belong to its own tests
-            const QByteArray expected = virtualFileByTool(path);
-            QCOMPARE(quint64(expected.size()), media->length());
-            m_files.append({path, media, expected});
-        }
+        for (const QDir& dir : {QDir(kFixtures), QDir(kFixtures + u"/containers"_s)})
+            for (const auto& name :
+                 dir.entryList({"*.mkv", "*.mka", "*.webm", "*.flv"}, QDir::Files)) {
+                const QString path = dir.filePath(name);
+                std::shared_ptr<ContainerMedia> media;
+                if (outcome([&] { media = ContainerMedia::open(path); }) != 0)
+                    continue; // files the engine refuses belong to its own tests
+                const QByteArray expected = virtualFileByTool(path);
+                QCOMPARE(quint64(expected.size()), media->length());
+                m_files.append({path, media, expected});
+            }
         if (m_files.isEmpty()) QSKIP("no container fixtures in the fixture directory");
+    }
+
+    void failuresCarryEngineCodesAndCancellationIsNotOne()
+    {
+        const QString text = writeFile(u"notes.mkv"_s, "just some text, not a container\n");
+        const QString missing = m_dir.filePath(u"missing.mkv"_s);
+        const auto cancelled = std::make_shared<std::atomic_bool>(true);
+        const std::pair<std::function<void()>, qint32> cases[] = {
+            {[&] { ContainerMedia::open(text); }, 2},
+            {[&] { ContainerMedia::open(writeFile(u"empty.mkv"_s, {})); }, 1},
+            {[&] { ContainerMedia::open(missing); }, 5},
+            {[&] { ContainerMedia::open(m_dir.path()); }, 5},
+            {[&] { ContainerMedia::open(QUrl(u"https://example.com/a.mkv"_s)); }, 2},
+            {[&] { TransportStreams::inspect(missing); }, 5},
+            {[&] { TransportStreams::inspect(QUrl(u"http://x/a.ts"_s)); }, 2},
+            // Errors cross futures with their type and code.
+            {[&] { ContainerMedia::openAsync(QUrl::fromLocalFile(text), {}).result(); }, 2},
+            {[&] { TransportStreams::inspectAsync(QUrl::fromLocalFile(missing), {}).result(); }, 5},
+            // The engine polls the flag before its first read of the source, so the same file
+            // that fails with an engine error reports the cancellation instead.
+            {[&] { ContainerMedia::open(text, cancelled); }, kCancelled},
+            {[&] { TransportStreams::inspect(text, cancelled); }, kCancelled},
+        };
+        for (const auto& [work, code] : cases)
+            QCOMPARE(outcome(work), code);
+        // A file without transport packets holds neither audio nor video; that is an answer.
+        QCOMPARE(TransportStreams::inspect(writeFile(u"plain.ts"_s, QByteArray(4096, 'x'))),
+                 TransportStreams{});
+        // A flag set after opening still cancels reads of sample data from the source; the
+        // header is held in memory and still reads.
+        const auto cancel = std::make_shared<std::atomic_bool>(false);
+        const auto media = ContainerMedia::open(m_files.first().path, cancel);
+        QCOMPARE(media->read(media->length() - 1, 1), m_files.first().expected.right(1));
+        cancel->store(true);
+        QCOMPARE(outcome([&] { media->read(media->length() - 1, 1); }), kCancelled);
+        QCOMPARE(media->read(0, 8), m_files.first().expected.left(8));
+    }
+
+    // The font muxed by mkvmerge, read only when asked for; the tracks themselves are checked on
+    // screen by the subtitle player's test.
+    void attachedFont()
+    {
+        const QString path = kFixtures + u"/subtitles.mkv"_s;
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        const auto subtitles = ContainerMedia::open(path)->subtitles();
+        QVERIFY(subtitles);
+        const QList<ContainerFont> fonts = subtitles->readFonts();
+        QCOMPARE(fonts.size(), 1);
+        QCOMPARE(subtitles->fontBytes(), fonts[0].data.size());
+        QCOMPARE(fonts[0].data.left(4), QByteArray("\0\1\0\0", 4)); // TrueType
+    }
+
+    // In the fragmented layout the events known at open grow once a track is asked for.
+    void subtitleEventsGrowOnDemand()
+    {
+        const QString path = kFixtures + u"/subtitles_cued.mkv"_s;
+        if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
+        qputenv("QV_MEDIA_LAYOUT", "fragmented");
+        const auto media = ContainerMedia::open(path);
+        qunsetenv("QV_MEDIA_LAYOUT");
+        const auto subtitles = media->subtitles();
+        QVERIFY(subtitles);
+        const ContainerSubtitleTrack& ass = subtitles->tracks[1];
+        QVERIFY(!ass.complete);
+        subtitles->want(1, 0);
+        QList<ContainerSubtitleEvent> events = ass.events;
+        bool complete = false;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (events += subtitles->eventsFrom(1, events.size(), &complete), complete), 20000);
+        events += subtitles->eventsFrom(1, events.size());
+        QCOMPARE(events.size(), 10);
+        std::sort(events.begin(), events.end(),
+                  [](const auto& a, const auto& b) { return a.start < b.start; });
+        QCOMPARE(events[4].start, 12000);
+        QCOMPARE(events[4].duration, 1500);
+        QVERIFY(events[4].text.endsWith("sign 4"));
     }
 
     void readsMatchTheTool()
@@ -81,7 +202,23 @@ private slots:
             // A seek back, then reading on continues from there.
             QCOMPARE(readAt(streamed, 100, 4096), expected.mid(100, 4096));
             QCOMPARE(streamed.read(4096), expected.mid(4196, 4096));
+
+            // GStreamer's side: found under its own URL with the host in any case, never more
+            // than a piece per read, the end cut short, nothing past it.
+            QVERIFY(asset.url() != streamed.url());
+            QUrl shouted = asset.url();
+            shouted.setHost(asset.url().host().toUpper());
+            const auto reader = ContainerAsset::find(shouted);
+            QVERIFY(reader && reader->length() == quint64(length));
+            const quint64 piece = ContainerAsset::kPieceSize, end = quint64(length);
+            for (const auto& [offset, count, size] :
+                 {std::tuple{quint64(0), 3 * piece, qMin(length, qint64(piece))},
+                  {end - 10, quint64(1000), qint64(10)},
+                  {end, quint64(10), qint64(0)}})
+                QCOMPARE(reader->readPiece(offset, count), expected.mid(offset, size));
+            QCOMPARE(outcome([&] { reader->readPiece(end + 1, 10); }), 1);
         }
+        QVERIFY(!ContainerAsset::find(QUrl(u"quorvane-media://unknown/movie.mp4"_s)));
     }
 
     void invalidateFailsLaterAndRunningReads()
@@ -89,6 +226,7 @@ private slots:
         const auto& file = m_files.last();
         // A reader on another thread: everything it got before matches, then it fails and stops.
         ContainerAsset asset(file.media);
+        const auto held = ContainerAsset::find(asset.url());
         std::atomic_int reads{0};
         bool allMatched = true;
         std::thread reader([&] {
@@ -113,58 +251,16 @@ private slots:
         QVERIFY(asset.atEnd() && asset.bytesAvailable() == 0);
         asset.close();
         QVERIFY(!asset.open(QIODevice::ReadOnly));
-    }
-
-    void readersFindTheAssetByItsUrlUntilItIsInvalidated()
-    {
-        const auto& file = m_files.last();
-        auto asset = std::make_unique<ContainerAsset>(file.media);
-        QVERIFY(asset->url() != ContainerAsset(file.media).url());
-        // Found under its URL with the host in any case, as GStreamer may hand it on.
-        QUrl shouted = asset->url();
-        shouted.setHost(asset->url().host().toUpper());
-        const auto reader = ContainerAsset::find(shouted);
-        QVERIFY(reader);
-        QCOMPARE(reader->length(), file.media->length());
-        QVERIFY(!ContainerAsset::find(QUrl(u"quorvane-media://unknown/movie.mp4"_s)));
-
-        // Never more than a piece per read, the end cut short, nothing past it.
-        const quint64 length = reader->length();
-        const struct {
-            quint64 offset, count;
-            qsizetype size;
-        } reads[] = {
-            {0, 3 * ContainerAsset::kPieceSize, ContainerAsset::kPieceSize},
-            {17, 100, 100},
-            {length - 10, 1000, 10},
-            {length, 10, 0},
-        };
-        for (const auto& [offset, count, size] : reads)
-            QCOMPARE(reader->readPiece(offset, count), file.expected.mid(offset, size));
-        QCOMPARE(outcome([&] { reader->readPiece(length + 1, 10); }), 1);
-
-        // Invalidated, or gone: a reader still held fails with the cancellation, nobody finds it.
-        asset->invalidate();
-        QVERIFY(!ContainerAsset::find(asset->url()));
-        QCOMPARE(outcome([&] { reader->readPiece(0, 10); }), kCancelled);
+        // A reader still held by GStreamer fails with the cancellation; nobody finds the asset.
+        QVERIFY(held && !ContainerAsset::find(asset.url()));
+        QCOMPARE(outcome([&] { held->readPiece(0, 10); }), kCancelled);
+        // The same once an asset is gone without being invalidated.
         auto other = std::make_unique<ContainerAsset>(file.media);
         const QUrl url = other->url();
-        const auto held = ContainerAsset::find(url);
+        const auto orphan = ContainerAsset::find(url);
         other.reset();
         QVERIFY(!ContainerAsset::find(url));
-        QCOMPARE(outcome([&] { held->readPiece(0, 10); }), kCancelled);
-    }
-
-    void cancelFlagStaysAttachedAfterOpening()
-    {
-        const auto cancel = std::make_shared<std::atomic_bool>(false);
-        const auto media = ContainerMedia::open(m_files.first().path, cancel);
-        // The last byte is sample data, read from the source.
-        QCOMPARE(media->read(media->length() - 1, 1), m_files.first().expected.right(1));
-        cancel->store(true);
-        QCOMPARE(outcome([&] { media->read(media->length() - 1, 1); }), kCancelled);
-        // The header is held in memory and still reads.
-        QCOMPARE(media->read(0, 8), m_files.first().expected.left(8));
+        QCOMPARE(outcome([&] { orphan->readPiece(0, 10); }), kCancelled);
     }
 
     void playsSeeksAndStopsOnInvalidate()

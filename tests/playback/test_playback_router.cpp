@@ -40,7 +40,6 @@ struct Harness {
         made.append(backend.get());
         return backend;
     }
-
     ScriptedBackend* last() const { return made.isEmpty() ? nullptr : made.last().data(); }
 };
 
@@ -48,10 +47,9 @@ PlaybackEvent failed(qint64 code)
 {
     return PlaybackEvents::Failed{code};
 }
-
-PlaybackEvent ready(double duration = 10)
+PlaybackEvent ready()
 {
-    return PlaybackEvents::Ready{PlaybackMediaInfo{duration, 640, 360, 25, false, {}}};
+    return PlaybackEvents::Ready{PlaybackMediaInfo{10, 640, 360, 25, false, {}}};
 }
 
 } // namespace
@@ -59,17 +57,14 @@ PlaybackEvent ready(double duration = 10)
 class PlaybackRouterTest : public QObject {
     Q_OBJECT
 private slots:
-    void fallsBackSilentlyCarryingVolumeMuteAndSinkThenForwardsCalls()
+    void fallsBackSilentlyCarryingVolumeMuteAndSink()
     {
         Harness h;
         // Clamped to 0...1; non-finite values keep the last one.
-        for (const auto& [set, kept] : {std::pair{1.7, 1.0},
-                                        {-1.0, 0.0},
-                                        {0.4, 0.4},
-                                        {double(NAN), 0.4},
-                                        {double(INFINITY), 0.4}}) {
-            h.router->setVolume(set);
-            QCOMPARE(h.router->volume(), kept);
+        const double set[] = {1.7, -1.0, 0.4, NAN, INFINITY}, kept[] = {1.0, 0.0, 0.4, 0.4, 0.4};
+        for (int i = 0; i < 5; ++i) {
+            h.router->setVolume(set[i]);
+            QCOMPARE(h.router->volume(), kept[i]);
         }
         h.router->setMuted(true);
         QVideoSink sink;
@@ -91,41 +86,25 @@ private slots:
         const qsizetype open = web->calls.indexOf("open clip.WEBM");
         for (const char* call : {"volume 0.4", "muted true", "sink"})
             QVERIFY2(web->calls.indexOf(call) >= 0 && web->calls.indexOf(call) < open, call);
-        QVERIFY(web->videoSink == &sink);
-        h.router->setVideoSink(nullptr); // a later sink goes to the active backend at once
-        QVERIFY(web->videoSink == nullptr);
         QCOMPARE(h.router->videoView()->childItems(), QList<QQuickItem*>{web->videoView()});
         QCOMPARE(web->videoView()->size(), QSizeF(800, 450));
-        h.router->videoView()->setSize({1024, 576});
-        QCOMPARE(web->videoView()->size(), QSizeF(1024, 576));
         // The abandoned backend is released from the event loop, not inside its callback.
         QTRY_VERIFY(native.isNull());
 
         web->emitEvent(ready());
         QCOMPARE(h.events, QList<PlaybackEvent>{ready()});
-        QVERIFY(h.router->isReady());
-        web->calls.clear();
-        const QUuid id = QUuid::createUuid();
-        h.router->play(1.5);
-        h.router->seek(12.5, id);
+        // Calls reach the new backend; play, seek and the snapshot are also walked end to end
+        // over the real web backend.
         h.router->selectTrack(PlaybackTrackKind::Subtitle, 3);
-        QCOMPARE(web->calls, (QStringList{"play 1.5", "seek 12.5", "select subtitle 3"}));
-        QCOMPARE(web->lastSeekId, id);
-        web->nextSnapshot = {4.5, 1.5, 2, 3, 7};
-        QCOMPARE(h.router->snapshot(), web->nextSnapshot);
+        QCOMPARE(web->calls.last(), u"select subtitle 3"_s);
     }
 
     void whichFailuresReachTheOwner()
     {
         // Nothing accepts a remote file; a failure before ready moves on to the next candidate;
         // the last one's, or any failure after ready, is final.
-        struct Case {
-            QUrl url;
-            QList<PlaybackEvent> emitted;
-            qsizetype made;
-            QList<PlaybackEvent> seen;
-        };
-        const Case cases[] = {
+        using Events = QList<PlaybackEvent>;
+        const std::tuple<QUrl, Events, qsizetype, Events> cases[] = {
             {QUrl("https://example.com/a.webm"), {}, 0, {failed(kFileFormatNotRecognized)}},
             {QUrl::fromLocalFile("/media/film.mkv"), {failed(-11800)}, 1, {failed(-11800)}},
             {QUrl::fromLocalFile("/media/song.ogg"), {failed(-1), failed(-2)}, 2, {failed(-2)}},
@@ -134,13 +113,13 @@ private slots:
              1,
              {ready(), failed(-11819)}},
         };
-        for (const Case& c : cases) {
+        for (const auto& [url, emitted, made, seen] : cases) {
             Harness h;
-            h.router->open(c.url);
-            for (const PlaybackEvent& event : c.emitted)
+            h.router->open(url);
+            for (const PlaybackEvent& event : emitted)
                 h.last()->emitEvent(event);
-            QCOMPARE(h.made.size(), c.made);
-            QCOMPARE(h.events, c.seen);
+            QCOMPARE(h.made.size(), made);
+            QCOMPARE(h.events, seen);
         }
     }
 
@@ -156,12 +135,10 @@ private slots:
         QVERIFY(h.events.isEmpty());
         QVERIFY(!h.router->isReady());
 
+        // Nor from the second once the router is stopped.
         QPointer<ScriptedBackend> second = h.last();
-        second->nextSnapshot = {4.5, 1.5, 2, 3, 7};
         h.router->stop();
-        QCOMPARE(h.router->snapshot(), PlaybackSnapshot{}); // nothing active: all zeros
         QVERIFY(second->stopped && !h.router->active());
-        QVERIFY(h.router->videoView()->childItems().isEmpty());
         second->emitLate(ready());
         second->emitLate(PlaybackEvents::SeekCompleted{QUuid::createUuid()});
         QVERIFY(h.events.isEmpty());

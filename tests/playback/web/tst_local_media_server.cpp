@@ -1,10 +1,9 @@
 // The loopback server over real sockets: what reaches the wire for good and hostile requests, the
-// connection cap and idle check, concurrency, descriptor hygiene, and stopping.
+// connection cap, a file that shrinks, concurrency, descriptor hygiene, and stopping.
 #include "LocalMediaServer.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
-#include <QDir>
 #include <QFile>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
@@ -14,6 +13,7 @@
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <netinet/in.h>
 #include <random>
@@ -34,7 +34,6 @@ struct Raw {
         if (receiveBuffer > 0) ::setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &receiveBuffer, sizeof(int));
         const timeval timeout{30, 0};
         ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-        ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &timeout, sizeof timeout);
         sockaddr_in address{AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
         connected = ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
     }
@@ -92,8 +91,7 @@ protected:
     QString write(const QString& name, const QByteArray& bytes)
     {
         QFile file(m_dir.filePath(name));
-        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(bytes);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
         return file.fileName();
     }
 
@@ -105,9 +103,7 @@ protected:
         const QUrl url = std::get<QUrl>(startAndWait(*m_server));
         m_port = quint16(url.port());
         m_token = m_server->token().toLatin1();
-        EXPECT_EQ(
-            url.toString(),
-            QStringLiteral("http://127.0.0.1:%1/%2/index.html").arg(m_port).arg(m_server->token()));
+        EXPECT_EQ(url.path(), "/" + m_token + "/index.html");
     }
 
     QByteArray get(const QByteArray& path, const QByteArray& headers = {}) const
@@ -126,17 +122,24 @@ protected:
 TEST(ByteRangeTest, FormsAgainstAThousandBytes)
 {
     const std::pair<const char*, std::optional<ByteRange>> cases[] = {
-        {"bytes=0-", ByteRange{0, 1000}},    {"bytes=0-0", ByteRange{0, 1}},
-        {"bytes=999-", ByteRange{999, 1}},   {"bytes=990-5000", ByteRange{990, 10}},
-        {"bytes=-200", ByteRange{800, 200}}, {"bytes=-5000", ByteRange{0, 1000}},
-        {"bytes=-1", ByteRange{999, 1}},     {"bytes=+5-+6", ByteRange{5, 2}},
-        {"bytes=500-100", std::nullopt},     {"bytes=1000-", std::nullopt},
-        {"bytes=0-1,5-6", std::nullopt},     {"bytes=-0", std::nullopt},
-        {"bytes=-", std::nullopt},           {"items=0-1", std::nullopt},
-        {"bytes = 0-1", std::nullopt},       {"Bytes=0-1", std::nullopt},
-        {"bytes=0-1-2", std::nullopt},       {"bytes= 0-1", std::nullopt},
-        {"bytes=0x1-", std::nullopt},        {"bytes=18446744073709551616-", std::nullopt},
-        {"bytes=++1-", std::nullopt},        {"bytes=0-18446744073709551615", ByteRange{0, 1000}},
+        {"bytes=0-", ByteRange{0, 1000}},
+        {"bytes=0-0", ByteRange{0, 1}},
+        {"bytes=999-", ByteRange{999, 1}},
+        {"bytes=990-5000", ByteRange{990, 10}},
+        {"bytes=-200", ByteRange{800, 200}},
+        {"bytes=-5000", ByteRange{0, 1000}},
+        {"bytes=+5-+6", ByteRange{5, 2}},
+        {"bytes=500-100", std::nullopt},
+        {"bytes=1000-", std::nullopt},
+        {"bytes=0-1,5-6", std::nullopt},
+        {"bytes=-0", std::nullopt},
+        {"items=0-1", std::nullopt},
+        {"bytes = 0-1", std::nullopt},
+        {"Bytes=0-1", std::nullopt},
+        {"bytes= 0-1", std::nullopt},
+        {"bytes=0x1-", std::nullopt},
+        {"bytes=18446744073709551616-", std::nullopt},
+        {"bytes=0-18446744073709551615", ByteRange{0, 1000}},
     };
     for (const auto& [header, expected] : cases)
         EXPECT_EQ(parseByteRange(QString::fromLatin1(header), 1000), expected) << header;
@@ -178,7 +181,6 @@ TEST_F(LocalMediaServerTest, AnswersExactlyOrClosesWithoutAnswering)
          media(10, "0-9/1000"),
          {}},
         {"page", get("/index.html"), page, kPage},
-        {"head page", "HEAD  /" + m_token + "/index.html  HTTP/1.1\r\n\r\n", page, {}},
         {"wrong token", "GET /wrong-token/media HTTP/1.1\r\n\r\n", notFound, {}},
         {"query", get("/media?x=1"), notFound, {}},
         {"lower-case token", "GET /" + m_token.toLower() + "/media HTTP/1.1\r\n\r\n", notFound, {}},
@@ -193,16 +195,11 @@ TEST_F(LocalMediaServerTest, AnswersExactlyOrClosesWithoutAnswering)
          media(2, "1-2/1000"), c.mid(1, 2)},
         {"post", "POST " + path + " HTTP/1.1\r\n\r\n", {}, {}},
         {"http/1.0", "GET " + path + " HTTP/1.0\r\n\r\n", {}, {}},
-        {"lower-case method", "get " + path + " HTTP/1.1\r\n\r\n", {}, {}},
         {"no version", "GET " + path + "\r\n\r\n", {}, {}},
-        {"extra word", "GET " + path + " HTTP/1.1 extra\r\n\r\n", {}, {}},
-        {"tab", "GET\t" + path + " HTTP/1.1\r\n\r\n", {}, {}},
         {"no colon", get("/media", "No colon here\r\n"), {}, {}},
         {"repeated range", get("/media", "Range: bytes=0-1\r\nrange: bytes=2-3\r\n"), {}, {}},
         {"invalid utf-8", get("/media", "X-Name: \xff\xfe\r\n"), {}, {}},
         {"overlong utf-8", get("/media", "X-Overlong: \xc0\xaf\r\n"), {}, {}},
-        {"surrogate", get("/media", "X-Surrogate: \xed\xa0\x80\r\n"), {}, {}},
-        {"cut utf-8", get("/media", "X-Cut: \xe6\x97\r\n"), {}, {}},
         {"oversized head", "GET " + path + " HTTP/1.1\r\nX-Pad: " + QByteArray(16384, 'a'), {}, {}},
         {"gives up before the blank line", "GET " + path + " HTTP/1.1\r\n", {}, {}},
     };
@@ -212,133 +209,46 @@ TEST_F(LocalMediaServerTest, AnswersExactlyOrClosesWithoutAnswering)
         EXPECT_EQ(reply.body, k.body) << k.name;
     }
     // Ogg is served as audio, whatever the case of its suffix.
-    for (const char* name : {"a.ogg", "b.OGA"}) {
-        serve(QString::fromLatin1(name), pattern(12));
-        EXPECT_TRUE(exchange(m_port, get("/media")).head.contains("Content-Type: audio/ogg\r\n"))
-            << name;
-    }
+    serve(QStringLiteral("b.OGA"), pattern(12));
+    EXPECT_TRUE(exchange(m_port, get("/media")).head.contains("Content-Type: audio/ogg\r\n"));
 }
 
-TEST_F(LocalMediaServerTest, RefusesTheNinthConnectionAndDropsIdleOnesButNotStreamsAfterTenSeconds)
+TEST_F(LocalMediaServerTest, RefusesTheNinthConnectionEndsAStreamShortWhenTheFileShrinksAndStops)
 {
-    serve(QStringLiteral("clip.webm"), pattern(32 * 1024 * 1024));
-    // One slow reader streams well past the ten-second check: it must not be cut off.
-    auto slow = std::async(std::launch::async, [&] {
-        Raw connection(m_port, 64 * 1024);
-        connection.send(get("/media"));
-        QByteArray all;
-        for (QByteArray piece = connection.receive(); !piece.isEmpty();
-             piece = connection.receive()) {
-            all += piece;
-            QThread::usleep(quint64(piece.size()) / 3); // about 3 MB/s
-        }
-        return all.mid(all.indexOf("\r\n\r\n") + 4);
-    });
-    std::vector<std::unique_ptr<Raw>> idle;
+    serve(QStringLiteral("clip.webm"), pattern(16 * 1024 * 1024));
+    // Eight held: one streaming the file through a small window, seven whose head never completes.
+    Raw streaming(m_port, 64 * 1024);
+    streaming.send(get("/media"));
+    QByteArray received = streaming.receive();
+    std::vector<std::unique_ptr<Raw>> stalled;
     for (int i = 1; i < LocalMediaServer::kMaxConnections; ++i) {
-        idle.push_back(std::make_unique<Raw>(m_port));
-        idle.back()->send("GET /"); // a head that never completes
+        stalled.push_back(std::make_unique<Raw>(m_port));
+        stalled.back()->send("GET /");
     }
     QThread::msleep(300);
-    QDeadlineTimer refusedWithin(3000);
+    QDeadlineTimer refusedWithin(3000); // closed on arrival, not left waiting in the backlog
     EXPECT_TRUE(exchange(m_port, get("/media")).head.isEmpty());
     EXPECT_FALSE(refusedWithin.hasExpired());
-
-    // The idle ones are closed by the server at the ten-second check, then service resumes.
-    QDeadlineTimer closedWithin(20000);
-    for (auto& connection : idle)
-        EXPECT_TRUE(connection->receive().isEmpty());
-    EXPECT_FALSE(closedWithin.hasExpired());
-    EXPECT_EQ(exchange(m_port, get("/media", "Range: bytes=-10\r\n")).body, m_content.right(10));
-    EXPECT_TRUE(slow.get() == m_content);
-}
-
-TEST_F(LocalMediaServerTest, EightStreamingClientsGetEveryByteAmongHostileOnesAndNoDescriptorLeaks)
-{
-    serve(QStringLiteral("big.webm"), pattern(6 * 1024 * 1024));
-    exchange(m_port, get("/nothing")); // warm up whatever the first request allocates
-    const auto openDescriptors = [] {
-        return QDir(QStringLiteral("/proc/self/fd"))
-            .entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot)
-            .size();
-    };
-    const qsizetype before = openDescriptors();
-    std::atomic_bool done = false;
-    // Hostile clients: garbage, oversized heads, and ones that ask and hang up without reading.
-    std::vector<std::thread> hostile;
-    for (int h = 0; h < 3; ++h) {
-        hostile.emplace_back([&, h] {
-            while (!done) {
-                Raw connection(m_port);
-                connection.send(h == 0   ? QByteArray(20000, 'x')
-                                : h == 1 ? QByteArray("\xff\xff\xff\r\n\r\n")
-                                         : get("/media"));
-                QThread::msleep(h == 2 ? 200 : 5);
-            }
-        });
-    }
-    std::vector<std::future<bool>> good;
-    for (int g = 0; g < LocalMediaServer::kMaxConnections; ++g) {
-        good.push_back(std::async(std::launch::async, [&, g] {
-            std::mt19937_64 random(g);
-            for (int round = 0; round < 3; ++round) {
-                const quint64 start = random() % quint64(m_content.size());
-                const quint64 count = 1 + random() % (2 * 1024 * 1024);
-                const quint64 end = std::min<quint64>(start + count, m_content.size()) - 1;
-                const QByteArray request =
-                    get("/media", "Range: bytes=" + QByteArray::number(start) + '-' +
-                                      QByteArray::number(end) + "\r\n");
-                // Refused while every slot is taken: try again, as a browser would.
-                Reply reply;
-                QDeadlineTimer deadline(60000);
-                while ((reply = exchange(m_port, request)).head.isEmpty() && !deadline.hasExpired())
-                    QThread::msleep(20);
-                if (reply.body != m_content.mid(qsizetype(start), qsizetype(end - start + 1)))
-                    return false;
-            }
-            return true;
-        }));
-    }
-    for (int g = 0; g < int(good.size()); ++g)
-        EXPECT_TRUE(good[g].get()) << "client " << g;
-    done = true;
-    for (auto& thread : hostile)
-        thread.join();
-    QDeadlineTimer deadline(20000);
-    while (openDescriptors() > before && !deadline.hasExpired())
-        QThread::msleep(50);
-    EXPECT_LE(openDescriptors(), before);
-}
-
-TEST_F(LocalMediaServerTest, EndsTheBodyShortWhenTheFileShrinks)
-{
-    serve(QStringLiteral("clip.webm"), pattern(8 * 1024 * 1024));
-    Raw connection(m_port, 64 * 1024); // a small window keeps less in flight before the cut
-    connection.send(get("/media"));
-    QByteArray received = connection.receive();
-    ASSERT_FALSE(received.isEmpty());
+    // The stream goes on past the refusal; then the file shrinks under it. How much was already
+    // on its way depends on the kernel's buffers; what matters is that the server closes
+    // promptly, short of the promised length, without padding or garbage.
+    while (received.size() < 2 * 1024 * 1024)
+        received += streaming.receive();
     ASSERT_TRUE(QFile::resize(m_dir.filePath(QStringLiteral("clip.webm")), 1024 * 1024));
-    // How much was already on its way depends on the kernel's buffers; what matters is that the
-    // server closes promptly, short of the promised length, without padding or garbage.
     QDeadlineTimer closedWithin(20000);
-    for (QByteArray piece = connection.receive(); !piece.isEmpty(); piece = connection.receive())
+    for (QByteArray piece = streaming.receive(); !piece.isEmpty(); piece = streaming.receive())
         received += piece;
     EXPECT_FALSE(closedWithin.hasExpired());
     const QByteArray body = received.mid(received.indexOf("\r\n\r\n") + 4);
-    EXPECT_TRUE(received.contains("Content-Length: 8388608\r\n"));
+    EXPECT_TRUE(received.contains("Content-Length: 16777216\r\n"));
     EXPECT_LT(body.size(), m_content.size());
     EXPECT_TRUE(body == m_content.left(body.size()));
-}
 
-TEST_F(LocalMediaServerTest, StopsFromAnyThreadAndNeverStartsAgain)
-{
-    serve(QStringLiteral("clip.webm"), pattern(1000));
+    // Stopped from another thread, and again: the port closes and the server never starts again.
     EXPECT_EQ(std::get<LocalMediaServerError>(startAndWait(*m_server)),
-              LocalMediaServerError::Cancelled);
-    std::thread([&] {
-        m_server->stop();
-        m_server->stop();
-    }).join();
+              LocalMediaServerError::Cancelled); // while started
+    std::thread(&LocalMediaServer::stop, m_server.get()).join();
+    m_server->stop();
     QDeadlineTimer deadline(10000);
     while (Raw(m_port).connected && !deadline.hasExpired())
         QThread::msleep(20);
@@ -347,17 +257,64 @@ TEST_F(LocalMediaServerTest, StopsFromAnyThreadAndNeverStartsAgain)
               LocalMediaServerError::Cancelled);
 }
 
+TEST_F(LocalMediaServerTest, EightStreamingClientsGetEveryByteAmongHostileOnesAndNoDescriptorLeaks)
+{
+    serve(QStringLiteral("big.webm"), pattern(6 * 1024 * 1024));
+    exchange(m_port, get("/nothing")); // warm up whatever the first request allocates
+    const auto openDescriptors = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = openDescriptors();
+    // Hostile clients that hang up mid-request or ask for the file and never read it.
+    std::atomic_bool done = false;
+    std::vector<std::jthread> hostile;
+    for (int h = 0; h < 3; ++h)
+        hostile.emplace_back([&, h] {
+            while (!done) {
+                Raw(m_port).send(h == 0 ? QByteArray(20000, 'x') : get("/media"));
+                QThread::msleep(h == 0 ? 5 : 200);
+            }
+        });
+    std::vector<std::future<bool>> good;
+    for (int g = 0; g < LocalMediaServer::kMaxConnections; ++g)
+        good.push_back(std::async(std::launch::async, [&, g] {
+            std::mt19937_64 random(g);
+            bool all = true;
+            for (int round = 0; round < 3; ++round) {
+                const qsizetype start = qsizetype(random() % quint64(m_content.size()));
+                const qsizetype end = std::min<qsizetype>(
+                    start + qsizetype(random() % (2 * 1024 * 1024)), m_content.size() - 1);
+                const QByteArray request =
+                    get("/media", "Range: bytes=" + QByteArray::number(start) + '-' +
+                                      QByteArray::number(end) + "\r\n");
+                // Refused while every slot is taken: try again, as a browser would.
+                Reply reply;
+                for (QDeadlineTimer deadline(60000);
+                     (reply = exchange(m_port, request)).head.isEmpty() && !deadline.hasExpired();)
+                    QThread::msleep(20);
+                all &= reply.body == m_content.mid(start, end - start + 1);
+            }
+            return all;
+        }));
+    for (int g = 0; g < int(good.size()); ++g)
+        EXPECT_TRUE(good[g].get()) << "client " << g;
+    done = true;
+    hostile.clear();
+    QDeadlineTimer deadline(20000);
+    while (openDescriptors() > before && !deadline.hasExpired())
+        QThread::msleep(50);
+    EXPECT_LE(openDescriptors(), before);
+}
+
 TEST_F(LocalMediaServerTest, RefusesWhatIsNotARegularNonEmptyFile)
 {
     for (const QUrl& url : {QUrl(QStringLiteral("https://example.com/a.webm")),
                             QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("missing.webm"))),
                             QUrl::fromLocalFile(m_dir.path()),
-                            QUrl::fromLocalFile(write(QStringLiteral("empty.webm"), {}))}) {
-        const auto made = LocalMediaServer::create(url, kPage);
-        const auto* error = std::get_if<LocalMediaServerError>(&made);
-        EXPECT_TRUE(error && *error == LocalMediaServerError::FileDoesNotExist)
+                            QUrl::fromLocalFile(write(QStringLiteral("empty.webm"), {}))})
+        EXPECT_EQ(std::get<LocalMediaServerError>(LocalMediaServer::create(url, kPage)),
+                  LocalMediaServerError::FileDoesNotExist)
             << url.toString().toStdString();
-    }
 }
 
 int main(int argc, char** argv)

@@ -54,6 +54,9 @@ QJsonObject with(QJsonObject message, const QString& key, const QJsonValue& valu
 
 } // namespace
 
+// The committed template is an oracle written apart from the code: the served page is it byte for
+// byte, with the session (the script's nonce in the policy, on the one script element, and the
+// token the script sends) in its three places.
 TEST(WebPlaybackPageTest, IsTheTemplateWithTheSessionInItsThreePlaces)
 {
     QFile file(QStringLiteral(QV_PAGE_TEMPLATE));
@@ -85,31 +88,19 @@ TEST(WebPlaybackPageTest, WhatEachMessageCountsAsAndWhatItLeavesInTheSnapshot)
         Kind kind;
         bool ready = true;
         std::optional<PlaybackSnapshot> snapshot = {};
-        PageMessageSource source = {kPage, true};
     };
     const Case cases[] = {
-        {"subframe", state, Dropped, true, {}, {kPage, false}},
-        {"other page",
-         state,
-         Dropped,
-         true,
-         {},
-         {QUrl(u"http://127.0.0.1:4321/TOKEN/other"_s), true}},
         {"stale session", with(state, "session", QUuid::createUuid().toString()), Dropped},
         {"session not a string", with(state, "session", 1), Dropped},
         {"no event", with(state, "event", QJsonValue()), Dropped},
         {"position -0.001", with(state, "position", -0.001), Dropped},
         {"position NaN", with(state, "position", nan), Dropped},
-        {"position text", with(state, "position", "1"), Dropped},
         {"duration 0", with(state, "duration", 0), Dropped},
-        {"duration NaN", with(state, "duration", nan), Dropped},
         {"duration a year and a bit", with(state, "duration", 31536000.001), Dropped},
-        {"ended without duration", with(ended, "duration", 0), Dropped},
         {"rate -0.001", with(state, "rate", -0.001), Dropped},
         {"rate 20.001", with(state, "rate", 20.001), Dropped},
         // An error is trusted before any other field is read, but not from another session.
         {"error", error, Failed, false},
-        {"error once ready", error, Failed},
         {"forged error", with(error, "session", "forged"), Dropped, false},
         {"audio only", with(with(ready, "width", 0), "height", 0), Ready, false},
         {"largest", with(with(ready, "width", 16384), "height", 16384), Ready, false},
@@ -120,7 +111,6 @@ TEST(WebPlaybackPageTest, WhatEachMessageCountsAsAndWhatItLeavesInTheSnapshot)
         {"seeked", with(seeked, "seekID", id), SeekCompleted},
         {"seeked lower case", with(seeked, "seekID", id.toLower()), SeekCompleted},
         {"seeked braces", with(seeked, "seekID", "{" + id + "}"), SnapshotOnly},
-        {"seeked null", seeked, SnapshotOnly},
         {"another seek", with(seeked, "seekID", canonicalUuid(QUuid::createUuid())), SnapshotOnly},
         {"seeked before ready", with(seeked, "seekID", id), SnapshotOnly, false},
         {"ended", ended, Ended},
@@ -134,41 +124,33 @@ TEST(WebPlaybackPageTest, WhatEachMessageCountsAsAndWhatItLeavesInTheSnapshot)
         {"rate 20", with(state, "rate", 20), SnapshotOnly, true, snap(1.5, 20, 0, 0)},
         {"audio -3", with(state, "audioID", -3), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
         {"audio 40", with(state, "audioID", 40), SnapshotOnly, true, snap(1.5, 1, 32, 0)},
-        {"audio 2.5", with(state, "audioID", 2.5), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
-        {"audio text", with(state, "audioID", "2"), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
-        {"dropped negative", with(state, "dropped", -4), SnapshotOnly, true, snap(1.5, 1, 0, 0)},
         {"dropped 12", with(state, "dropped", 12), SnapshotOnly, true, snap(1.5, 1, 0, 12)},
     };
     for (const Case& c : cases) {
-        const auto outcome = acceptPageMessage(context(c.ready), c.source, c.message);
+        const auto outcome = acceptPageMessage(context(c.ready), {kPage, true}, c.message);
         EXPECT_EQ(outcome.kind, c.kind) << c.name;
         EXPECT_EQ(outcome.snapshot, c.snapshot.value_or(outcome.snapshot)) << c.name;
     }
     EXPECT_EQ(accept(with(seeked, "seekID", id), true).seekID, kSeek);
-    PageMessageContext unloaded = context(false);
-    unloaded.page.reset();
-    EXPECT_EQ(acceptPageMessage(unloaded, {kPage, true}, state).kind, Dropped);
-    EXPECT_EQ(acceptPageMessage(context(false), {kPage, true}, QJsonArray{}).kind, Dropped);
-}
-
-TEST(WebPlaybackPageTest, ReadyKeepsThirtyTwoTracksWithShortLabels)
-{
-    const QJsonObject ready = goodMessage(QStringLiteral("ready"));
+    // Ready keeps 32 tracks and 128 characters of a label, a character being what a person reads
+    // as one (a flag is four code units); a list with anything but text is no list.
+    const QString flags = QStringLiteral("\U0001F1E8\U0001F1F3").repeated(130);
     QJsonArray labels;
     for (int i = 0; i < 40; ++i)
-        labels.append(i == 1 ? QString(300, QLatin1Char('x')) : QString::number(i));
-    const PageMessageOutcome outcome = accept(with(ready, "tracks", labels));
-    ASSERT_EQ(outcome.kind, Kind::Ready);
-    EXPECT_EQ(QSizeF(outcome.info.width, outcome.info.height), QSizeF(320, 240));
-    ASSERT_EQ(outcome.info.tracks.size(), 32);
-    EXPECT_EQ(outcome.info.tracks[0], (PlaybackTrack{1, PlaybackTrackKind::Audio, "0"}));
-    EXPECT_EQ(outcome.info.tracks[1].label, QString(128, QLatin1Char('x')));
-    EXPECT_EQ(outcome.info.tracks[31].id, 32);
-
-    // One label a person reads as one character, however many code units it takes.
-    const QString flags = QStringLiteral("\U0001F1E8\U0001F1F3").repeated(130);
-    EXPECT_EQ(accept(with(ready, "tracks", QJsonArray{flags})).info.tracks[0].label.size(),
-              128 * 4);
+        labels.append(i % 2 ? QString(300, QLatin1Char('x')) : flags);
+    const auto tracks = accept(with(ready, "tracks", labels)).info.tracks;
+    ASSERT_EQ(tracks.size(), 32);
+    EXPECT_EQ(tracks[0].label, flags.left(128 * 4));
+    EXPECT_EQ(tracks[31],
+              (PlaybackTrack{32, PlaybackTrackKind::Audio, QString(128, QLatin1Char('x'))}));
     EXPECT_TRUE(accept(with(ready, "tracks", QJsonArray{"a", 2})).info.tracks.isEmpty());
-    EXPECT_TRUE(accept(with(ready, "tracks", "a")).info.tracks.isEmpty());
+    // From a subframe, another page, before any page, or not an object at all.
+    PageMessageContext unloaded = context(false);
+    unloaded.page.reset();
+    for (const auto& [page, source, message] :
+         {std::tuple{context(true), PageMessageSource{kPage, false}, QJsonValue(state)},
+          {context(true), {QUrl(u"http://127.0.0.1:4321/TOKEN/other"_s), true}, state},
+          {unloaded, {kPage, true}, state},
+          {context(false), {kPage, true}, QJsonArray{}}})
+        EXPECT_EQ(acceptPageMessage(page, source, message).kind, Dropped);
 }
