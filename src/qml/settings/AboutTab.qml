@@ -2,6 +2,7 @@ pragma ComponentBehavior: Bound
 
 import QtQuick
 import QtQuick.Controls
+import QtQuick.Controls.Material
 import QtQuick.Layouts
 import QtQuick.Window
 import Quorvane.Settings
@@ -41,6 +42,7 @@ Item {
             font.pixelSize: 20
         }
         Label {
+            id: versionLine
             objectName: "versionLabel"
             Layout.alignment: Qt.AlignHCenter
             text: root.tr("Version") + " " + root.settings.version
@@ -70,7 +72,7 @@ Item {
             Layout.topMargin: 4
             textFormat: Text.StyledText
             text: "<a href=\"notices\">" + root.tr("Third-party notices") + "</a>"
-            linkColor: palette.link
+            linkColor: Material.accentColor
             onLinkActivated: notices.open()
 
             HoverHandler {
@@ -93,7 +95,7 @@ Item {
             Layout.topMargin: 6
             readonly property bool newVersion: root.settings.hasUpdater && root.settings.updateNotice.available
             visible: text !== ""
-            color: newVersion ? "#d32f2f" : palette.windowText
+            color: newVersion ? "#d32f2f" : versionLine.color
             text: {
                 if (!root.settings.hasUpdater)
                     return root.tr("Update checks are unavailable in this build.")

@@ -26,6 +26,7 @@ Item {
             font.pixelSize: 17
         }
         Label {
+            id: intro
             Layout.fillWidth: true
             text: root.tr("Tell us what happened or share a suggestion.")
             wrapMode: Text.Wrap
@@ -35,9 +36,10 @@ Item {
             Layout.fillWidth: true
             Layout.fillHeight: true
             Layout.minimumHeight: 90
+            // Drawn from the text colour, so the box reads on the style's light or dark ground.
             background: Rectangle {
-                color: palette.base
-                border.color: palette.mid
+                color: Qt.rgba(intro.color.r, intro.color.g, intro.color.b, 0.06)
+                border.color: Qt.rgba(intro.color.r, intro.color.g, intro.color.b, 0.3)
                 radius: 2
             }
 
@@ -89,7 +91,7 @@ Item {
                 color: {
                     if (root.feedback.succeeded)
                         return "#2e7d32"
-                    return root.feedback.failure !== "" ? "#c62828" : palette.windowText
+                    return root.feedback.failure !== "" ? "#c62828" : intro.color
                 }
                 visible: text !== ""
                 text: {

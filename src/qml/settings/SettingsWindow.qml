@@ -8,7 +8,7 @@ import Quorvane.Settings
 
 // The settings window: language, feedback, about and updates. Always 560 wide; its height
 // follows the tab on show. The selected tab lives only as long as the window.
-Window {
+ApplicationWindow {
     id: root
 
     required property AppSettings settings
@@ -39,7 +39,6 @@ Window {
     maximumWidth: 560
     onTabHeightChanged: fitTab()
     Component.onCompleted: fitTab()
-    color: palette.window
 
     TabBar {
         id: tabs

@@ -4,7 +4,7 @@ import QtQuick.Window
 import Quorvane.Settings
 
 // The notices of the libraries the program runs on, shipped with it in each interface language.
-Window {
+ApplicationWindow {
     id: root
 
     required property AppSettings settings
@@ -17,7 +17,6 @@ Window {
     width: 560
     height: 520
     visible: true
-    color: palette.window
 
     ScrollView {
         anchors.fill: parent
