@@ -57,69 +57,11 @@ ebml::Element elementAt(Reader& reader, const MatroskaHead& head, std::uint64_t 
     return e.id == id ? e : ebml::Element{};
 }
 
-} // namespace
-
-std::vector<CueCluster> cueClusters(Reader& reader, const MatroskaHead& head)
-{
-    std::uint64_t cuesAt = head.cues;
-    for (const auto& [start, end] : head.seekHeads) {
-        if (cuesAt != 0) break;
-        auto targets = seekTargets(reader, head, start, end);
-        if (targets.cues == 0 && targets.seekHead != 0) {
-            const auto more = elementAt(reader, head, targets.seekHead, mkv::kSeekHead);
-            if (more.end != 0) targets = seekTargets(reader, head, more.start, more.end);
-        }
-        cuesAt = targets.cues;
-    }
-    if (cuesAt == 0) return {};
-    const auto cues = elementAt(reader, head, cuesAt, mkv::kCues);
-    if (cues.end == 0) return {};
-
-    std::vector<CueCluster> clusters;
-    for (auto p = cues.start; p < cues.end;) {
-        const auto point = ebml::element(reader, p, cues.end);
-        p = point.end;
-        if (point.id != kCuePoint) continue;
-        reader.check();
-        std::uint64_t ticks = 0;
-        std::vector<std::uint64_t> positions;
-        for (auto q = point.start; q < point.end;) {
-            const auto c = ebml::element(reader, q, point.end);
-            q = c.end;
-            if (c.id == kCueTime) ticks = ebml::unsignedInteger(reader, c);
-            if (c.id != kCueTrackPositions) continue;
-            for (auto r = c.start; r < c.end;) {
-                const auto t = ebml::element(reader, r, c.end);
-                r = t.end;
-                if (t.id != kCueClusterPosition) continue;
-                const auto relative = ebml::unsignedInteger(reader, t);
-                // A position outside the Segment cannot name a cluster.
-                require(relative < head.segmentEnd - head.segmentStart);
-                positions.push_back(head.segmentStart + relative);
-            }
-        }
-        for (const auto position : positions)
-            clusters.push_back({position, ticks});
-        require(clusters.size() <= 4 * limits::kMaxClusters, kTooLarge);
-    }
-    std::sort(clusters.begin(), clusters.end(), [](const CueCluster& a, const CueCluster& b) {
-        return a.position != b.position ? a.position < b.position : a.ticks < b.ticks;
-    });
-    clusters.erase(std::unique(clusters.begin(), clusters.end(),
-                               [](const CueCluster& a, const CueCluster& b) {
-                                   return a.position == b.position;
-                               }),
-                   clusters.end());
-    require(clusters.size() <= limits::kMaxClusters, kTooLarge);
-    return clusters;
-}
-
-namespace {
-
 constexpr std::uint64_t kCueTrack = 0xF7;
 constexpr std::uint64_t kCueRelativePosition = 0xF0;
 
-// The Cues element, found directly or through the SeekHeads as cueClusters finds it.
+// The Cues element, found directly or through the SeekHeads (a first SeekHead may
+// point at a second one); {0, 0} when there is none.
 ebml::Element cuesElement(Reader& reader, const MatroskaHead& head)
 {
     std::uint64_t cuesAt = head.cues;
@@ -135,24 +77,71 @@ ebml::Element cuesElement(Reader& reader, const MatroskaHead& head)
     return cuesAt == 0 ? ebml::Element{} : elementAt(reader, head, cuesAt, mkv::kCues);
 }
 
-} // namespace
-
-std::vector<CueBlock> cueBlocks(Reader& reader, const MatroskaHead& head,
-                                const std::vector<std::uint64_t>& tracks)
+// Calls visit(ticks, trackPositions) for every CuePoint once the whole point is read: CueTime may
+// follow the CueTrackPositions it dates.
+template <typename Visit>
+void forEachCuePoint(Reader& reader, const ebml::Element& cues, Visit visit)
 {
-    const auto cues = cuesElement(reader, head);
-    std::vector<CueBlock> blocks;
+    std::vector<ebml::Element> positions;
     for (auto p = cues.start; p < cues.end;) {
         const auto point = ebml::element(reader, p, cues.end);
         p = point.end;
         if (point.id != kCuePoint) continue;
         reader.check();
         std::uint64_t ticks = 0;
+        positions.clear();
         for (auto q = point.start; q < point.end;) {
             const auto c = ebml::element(reader, q, point.end);
             q = c.end;
             if (c.id == kCueTime) ticks = ebml::unsignedInteger(reader, c);
-            if (c.id != kCueTrackPositions) continue;
+            if (c.id == kCueTrackPositions) positions.push_back(c);
+        }
+        visit(ticks, positions);
+    }
+}
+
+} // namespace
+
+std::vector<CueCluster> cueClusters(Reader& reader, const MatroskaHead& head)
+{
+    const auto cues = cuesElement(reader, head);
+    if (cues.end == 0) return {};
+
+    std::vector<CueCluster> clusters;
+    forEachCuePoint(reader, cues, [&](std::uint64_t ticks, const auto& positions) {
+        for (const auto& c : positions) {
+            for (auto r = c.start; r < c.end;) {
+                const auto t = ebml::element(reader, r, c.end);
+                r = t.end;
+                if (t.id != kCueClusterPosition) continue;
+                const auto relative = ebml::unsignedInteger(reader, t);
+                // A position outside the Segment cannot name a cluster.
+                require(relative < head.segmentEnd - head.segmentStart);
+                clusters.push_back({head.segmentStart + relative, ticks});
+            }
+        }
+        require(clusters.size() <= 4 * limits::kMaxClusters, kTooLarge);
+    });
+    std::sort(clusters.begin(), clusters.end(), [](const CueCluster& a, const CueCluster& b) {
+        return a.position != b.position ? a.position < b.position : a.ticks < b.ticks;
+    });
+    clusters.erase(std::unique(clusters.begin(), clusters.end(),
+                               [](const CueCluster& a, const CueCluster& b) {
+                                   return a.position == b.position;
+                               }),
+                   clusters.end());
+    require(clusters.size() <= limits::kMaxClusters, kTooLarge);
+    return clusters;
+}
+
+std::vector<CueBlock> cueBlocks(Reader& reader, const MatroskaHead& head,
+                                const std::vector<std::uint64_t>& tracks)
+{
+    const auto cues = cuesElement(reader, head);
+    std::vector<CueBlock> blocks;
+    const auto span = head.segmentEnd - head.segmentStart;
+    forEachCuePoint(reader, cues, [&](std::uint64_t ticks, const auto& positions) {
+        for (const auto& c : positions) {
             CueBlock block;
             for (auto r = c.start; r < c.end;) {
                 const auto t = ebml::element(reader, r, c.end);
@@ -162,7 +151,6 @@ std::vector<CueBlock> cueBlocks(Reader& reader, const MatroskaHead& head,
                 if (t.id == kCueRelativePosition) block.relative = ebml::unsignedInteger(reader, t);
             }
             if (std::find(tracks.begin(), tracks.end(), block.track) == tracks.end()) continue;
-            const auto span = head.segmentEnd - head.segmentStart;
             require(block.cluster < span);
             block.cluster += head.segmentStart;
             block.ticks = ticks;
@@ -170,7 +158,7 @@ std::vector<CueBlock> cueBlocks(Reader& reader, const MatroskaHead& head,
             blocks.push_back(block);
             require(blocks.size() <= limits::kMaxCueBlocks, kTooLarge);
         }
-    }
+    });
     return blocks;
 }
 
