@@ -3,8 +3,11 @@
 #include "Player.h"
 #include "WebMediaPlayback.h"
 
+#include <QColor>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QIcon>
+#include <QPalette>
 #include <QQuickWindow>
 #include <QUrl>
 
@@ -34,6 +37,17 @@ PlayerShell::PlayerShell(Player& player, QObject* parent)
     if (theme.isEmpty() || theme == QLatin1String("hicolor"))
         QIcon::setThemeName(QStringLiteral("Adwaita"));
     QIcon::setFallbackThemeName(QStringLiteral("Adwaita"));
+
+    // Markdown links (the third-party notices) take the application palette's link colour, a dark
+    // blue that does not read on the dark Material ground; they take the accent instead.
+    const QColor accent(qEnvironmentVariable("QT_QUICK_CONTROLS_MATERIAL_ACCENT"));
+    if (qEnvironmentVariable("QT_QUICK_CONTROLS_STYLE") == QLatin1String("Material") &&
+        accent.isValid()) {
+        QPalette palette = QGuiApplication::palette();
+        palette.setColor(QPalette::Link, accent);
+        palette.setColor(QPalette::LinkVisited, accent);
+        QGuiApplication::setPalette(palette);
+    }
 
     // Our modules are compiled in under qrc:/Quorvane; the views in sub-folders import them by
     // name.
