@@ -28,6 +28,7 @@ void Player::connectSubtitles()
     };
     connect(this, &Player::pausedChanged, this, rateChanged);
     connect(this, &Player::speedChanged, this, rateChanged);
+    connect(&m_embeddedPoll, &QTimer::timeout, this, &Player::pullEmbeddedEvents);
     // A file track shows once it has been read in the background.
     connect(m_subtitles, &SubtitleSession::activeChanged, this, [this] {
         if (m_subtitles->activeID() != 0) setSubtitleID(m_subtitles->activeID());
@@ -56,9 +57,6 @@ void Player::offerSidecarSubtitles(const QString& videoPath)
 
 namespace {
 
-// Fonts up to this size are read when a track is first shown, on the GUI thread (a moment from
-// the disk cache); larger ones on the thread pool, the track showing without them until then.
-constexpr qint64 kFontBytesReadAtOnce = 4LL * 1024 * 1024;
 // How often the shown track looks for events found since, while more may come.
 constexpr int kEmbeddedPollMilliseconds = 250;
 
@@ -149,11 +147,7 @@ void Player::pullEmbeddedEvents()
         track.lines += parse.document.events.size();
         m_subtitles->appendEvents(track.id, parse.document.events);
     }
-    if (waiting && !m_embeddedPoll.isActive()) {
-        connect(&m_embeddedPoll, &QTimer::timeout, this, &Player::pullEmbeddedEvents,
-                Qt::UniqueConnection);
-        m_embeddedPoll.start(kEmbeddedPollMilliseconds);
-    }
+    if (waiting && !m_embeddedPoll.isActive()) m_embeddedPoll.start(kEmbeddedPollMilliseconds);
     if (!waiting) m_embeddedPoll.stop();
 }
 
@@ -161,21 +155,17 @@ void Player::loadEmbeddedFonts()
 {
     if (!m_embedded || m_embeddedFontsAsked) return;
     m_embeddedFontsAsked = true;
-    const auto give = [this](const QList<ContainerFont>& fonts) {
-        QList<SubtitleFont> list;
-        for (const ContainerFont& font : fonts)
-            list.append({font.name, font.data});
-        for (const EmbeddedTrack& track : m_embeddedTracks)
-            m_subtitles->addFonts(track.id, list);
-    };
-    if (m_embedded->fontBytes() <= kFontBytesReadAtOnce) return give(m_embedded->readFonts());
+    // Read from the file on the thread pool; the track shows without them until then.
     auto* watcher = new QFutureWatcher<QList<ContainerFont>>(this);
-    connect(watcher, &QFutureWatcherBase::finished, this,
-            [this, watcher, give, embedded = m_embedded] {
-                watcher->deleteLater();
-                // Another file may have opened meanwhile.
-                if (embedded == m_embedded) give(watcher->result());
-            });
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, embedded = m_embedded] {
+        watcher->deleteLater();
+        if (embedded != m_embedded) return; // another file opened meanwhile
+        QList<SubtitleFont> fonts;
+        for (const ContainerFont& font : watcher->result())
+            fonts.append({font.name, font.data});
+        for (const EmbeddedTrack& track : m_embeddedTracks)
+            m_subtitles->addFonts(track.id, fonts);
+    });
     watcher->setFuture(
         QtConcurrent::run([embedded = m_embedded] { return embedded->readFonts(); }));
 }

@@ -17,6 +17,8 @@ constexpr std::uint64_t kCuePoint = 0xBB;
 constexpr std::uint64_t kCueTime = 0xB3;
 constexpr std::uint64_t kCueTrackPositions = 0xB7;
 constexpr std::uint64_t kCueClusterPosition = 0xF1;
+constexpr std::uint64_t kCueTrack = 0xF7;
+constexpr std::uint64_t kCueRelativePosition = 0xF0;
 
 struct SeekTargets {
     std::uint64_t cues = 0;
@@ -56,9 +58,6 @@ ebml::Element elementAt(Reader& reader, const MatroskaHead& head, std::uint64_t 
     const auto e = ebml::element(reader, position, head.segmentEnd);
     return e.id == id ? e : ebml::Element{};
 }
-
-constexpr std::uint64_t kCueTrack = 0xF7;
-constexpr std::uint64_t kCueRelativePosition = 0xF0;
 
 // The Cues element, found directly or through the SeekHeads (a first SeekHead may
 // point at a second one); {0, 0} when there is none.
