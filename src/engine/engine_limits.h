@@ -13,6 +13,9 @@ inline constexpr std::uint64_t kReadAheadWindow = 262'144;
 inline constexpr std::uint64_t kReadAheadMinimum = 1'024;
 // Threads that read ahead at once while a file opens, each with its own handle on the file.
 inline constexpr std::size_t kPreloadThreads = 8;
+// Threads that index a file's clusters at once, and the size from which they are worth starting.
+inline constexpr std::uint64_t kIndexThreads = 4;
+inline constexpr std::uint64_t kParallelIndexBytes = 1'048'576;
 // Tracks kept per file.
 inline constexpr std::uint32_t kMaxTracks = 32;
 // Clusters recorded per Matroska file.

@@ -14,9 +14,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <functional>
+#include <iterator>
 #include <limits>
+#include <memory>
 #include <optional>
 #include <set>
+#include <system_error>
+#include <thread>
 
 namespace qv {
 namespace {
@@ -98,7 +103,11 @@ private:
     void video(const Element& e, Track& track);
     void colour(const Element& e, Track& track);
     void audio(const Element& e, Track& track);
+    // Indexes m_clusters in runs on several threads when the file is large enough to gain by it.
+    void indexClusters();
     void clusterBlocks();
+    // Appends a later run's samples and events; false when the result could differ from one walk.
+    bool takeRun(Demuxer& run);
     void blockGroup(const Element& group, const Cluster& cluster);
     // key is the BlockGroup's verdict; a SimpleBlock (no verdict) carries it in its flags.
     void block(const Element& block, const Cluster& cluster, std::optional<std::uint64_t> duration,
@@ -138,7 +147,7 @@ Index Demuxer::run()
 {
     tracksAndPresence();
     m_states.resize(m_index.tracks.size());
-    clusterBlocks();
+    indexClusters();
     for (auto& subtitle : m_index.subtitles)
         finishSubtitleTrack(subtitle);
     return std::move(m_index);
@@ -511,6 +520,122 @@ void Demuxer::audio(const Element& a, Track& track)
         }
         p = e.end;
     }
+}
+
+// Indexing a whole file reads one block header after another, each a round trip to the source
+// that depends on the one before. The clusters are independent, though, so runs of them are walked
+// at once, each on a thread and a handle of its own, and their samples joined in order. Anything
+// unusual (a run that fails, DiscardPadding before a later run's blocks, subtitle caps reached
+// across runs) throws the runs away and walks the file once more in one piece, so the index and
+// every failure are exactly those of a single walk.
+void Demuxer::indexClusters()
+{
+    const std::uint64_t threads = std::min<std::uint64_t>(
+        {std::thread::hardware_concurrency(), limits::kIndexThreads, m_clusters.size()});
+    const auto bytes = m_clusters.empty() ? 0 : m_clusters.back().end - m_clusters.front().start;
+    if (threads < 2 || bytes < limits::kParallelIndexBytes) return clusterBlocks();
+
+    // Runs of about equal size in bytes; each later run gets a reader and a demuxer of its own.
+    struct Run {
+        std::unique_ptr<Reader> reader;
+        std::unique_ptr<Demuxer> demuxer;
+        bool done = false;
+    };
+    std::vector<Run> runs;
+    std::vector<Cluster> all = std::move(m_clusters);
+    std::size_t first = all.size();
+    for (std::uint64_t k = threads - 1; k >= 1; --k) {
+        const auto from = all.front().start + bytes / threads * k;
+        std::size_t i = first;
+        while (i > 1 && all[i - 1].start >= from)
+            --i;
+        if (i == first) continue;
+        std::unique_ptr<Reader> reader;
+        try {
+            reader = m_reader.another();
+        } catch (const Failure&) {
+            // No second handle: this run stays with the one before.
+        }
+        if (!reader) continue;
+        auto demuxer = std::make_unique<Demuxer>(*reader);
+        demuxer->m_index = m_index;
+        demuxer->m_states.resize(m_index.tracks.size());
+        demuxer->m_clusters.assign(all.begin() + static_cast<std::ptrdiff_t>(i),
+                                   all.begin() + static_cast<std::ptrdiff_t>(first));
+        runs.insert(runs.begin(), Run{std::move(reader), std::move(demuxer)});
+        first = i;
+    }
+    if (runs.empty()) {
+        m_clusters = std::move(all);
+        return clusterBlocks();
+    }
+    const Index before = m_index;
+    m_clusters.assign(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(first));
+
+    std::vector<std::thread> workers;
+    workers.reserve(runs.size());
+    const auto walk = [](Run& run) {
+        try {
+            run.demuxer->clusterBlocks();
+            run.done = true;
+        } catch (...) {
+            // Walked again in one piece below, which fails where a single walk fails.
+        }
+    };
+    std::vector<Run*> here;
+    for (auto& run : runs) {
+        try {
+            workers.emplace_back(walk, std::ref(run));
+        } catch (const std::system_error&) {
+            here.push_back(&run);
+        }
+    }
+    bool ok = true;
+    try {
+        clusterBlocks();
+    } catch (...) {
+        ok = false;
+    }
+    for (auto* run : here)
+        if (ok) walk(*run);
+    for (auto& worker : workers)
+        worker.join();
+    for (auto& run : runs)
+        ok = ok && run.done && takeRun(*run.demuxer);
+    if (ok) return;
+
+    m_index = before;
+    m_states.assign(m_index.tracks.size(), {});
+    m_clusters = std::move(all);
+    clusterBlocks();
+}
+
+bool Demuxer::takeRun(Demuxer& run)
+{
+    for (std::size_t t = 0; t < m_index.tracks.size(); ++t) {
+        auto& samples = m_index.tracks[t].samples;
+        const auto& theirs = run.m_index.tracks[t];
+        // A single walk would have refused the first of these blocks.
+        if (m_states[t].discardSeen && !theirs.samples.empty()) return false;
+        samples.insert(samples.end(), theirs.samples.begin(), theirs.samples.end());
+        if (run.m_states[t].discardSeen) {
+            m_states[t].discardSeen = true;
+            m_index.tracks[t].discardPadding = theirs.discardPadding;
+        }
+    }
+    m_index.sampleCount += run.m_index.sampleCount;
+    for (std::size_t s = 0; s < m_index.subtitles.size(); ++s) {
+        auto& mine = m_index.subtitles[s];
+        auto& theirs = run.m_index.subtitles[s];
+        // Within the caps together, every event each run kept or cut fares the same in one walk.
+        if (mine.events.size() + theirs.events.size() > limits::kMaxSubtitleEvents ||
+            mine.textBytes + theirs.textBytes > limits::kMaxSubtitleTextBytes)
+            return false;
+        std::move(theirs.events.begin(), theirs.events.end(), std::back_inserter(mine.events));
+        mine.textBytes += theirs.textBytes;
+        mine.cutEvents += theirs.cutEvents;
+    }
+    return true;
 }
 
 // Blocks are timed from their cluster's Timecode, and the last Timecode of a cluster wins. Muxers

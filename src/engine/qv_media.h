@@ -12,9 +12,11 @@
  * Every failure is one of the error codes below (qv_media_error). qv_media_open reports it through
  * its out-parameter, qv_media_read and qv_media_transport_presence as a negative result.
  *
- * Threads: qv_media_open and qv_media_transport_presence run entirely on the calling thread. After
- * opening, queries and reads may come from any thread; reads on one handle are serialised by a
- * mutex inside the handle and share one file stream. No function throws; the engine never logs.
+ * Threads: qv_media_open and qv_media_transport_presence work on the calling thread; opening a
+ * large file also reads on a few helper threads (their own file handles), all joined before it
+ * returns. After opening, queries and reads may come from any thread; reads on one handle are
+ * serialised by a mutex inside the handle and share one file stream. No function throws; the engine
+ * never logs.
  */
 #include <stdint.h>
 

@@ -71,6 +71,13 @@ Reader::Reader(const char* path, CancelFn cancel, void* context)
 {
 }
 
+std::unique_ptr<Reader> Reader::another() const
+{
+    auto source = m_source->another();
+    if (!source) return nullptr;
+    return std::make_unique<Reader>(std::move(source), m_cancel, m_context);
+}
+
 void Reader::check()
 {
     if (m_cancel && m_cancel(m_context) != 0) fail(kCancelled);

@@ -84,6 +84,9 @@ public:
     // round trip to the disk each, which is what opening a file not in the page cache waits on.
     // A range that cannot be read is left out; reading it later fails as it would have.
     void preload(std::span<const std::pair<std::uint64_t, std::uint64_t>> ranges);
+    // A reader of its own on the same bytes, polling the same cancellation, for another thread;
+    // null when the source has no second handle.
+    std::unique_ptr<Reader> another() const;
     // Forgets the read-ahead window and the preloaded ranges (after opening, only whole slices
     // are read).
     void dropCache();

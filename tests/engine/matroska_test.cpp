@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <bit>
 #include <functional>
+#include <thread>
 
 using namespace qv_test;
 using qv::ebml::element;
@@ -199,4 +200,66 @@ TEST(TrackInfo, LanguageCodesAndUtf8)
     };
     for (const auto& [in, out] : utf8)
         EXPECT_EQ(qv::validUtf8(in), out) << in;
+}
+
+// A file of a megabyte or more is indexed in runs of clusters on several threads when its source
+// has a second handle (MemorySource has, TestSource has not): samples, subtitle events and
+// failures must be exactly those of one walk.
+TEST(Matroska, RunsOfClustersIndexedAtOnceMatchOneWalk)
+{
+    const auto subtitleTrack =
+        el(0xAE, cat({uintEl(0xD7, 2, 1), uintEl(0x83, 0x11, 1), textEl(0x86, "S_TEXT/UTF8")}));
+    // Clusters of equal size, so that the first run ends with cluster `split` (the runs are
+    // about equal in bytes); `extra` ends cluster `at`.
+    const std::uint64_t threads = std::clamp(std::thread::hardware_concurrency(), 1u, 4u);
+    const std::uint64_t split = (16 + threads - 1) / threads - 1;
+    const auto file = [&](const Bytes& extra, std::uint64_t at) {
+        Bytes clusters;
+        for (std::uint64_t c = 0; c < 16; ++c) {
+            Bytes blocks;
+            for (std::int16_t b = 0; b < 12; ++b)
+                blocks = cat({blocks, simpleBlock(std::int16_t(b * 21), b == 0,
+                                                  Bytes(6000 + b, std::uint8_t(c)))});
+            const auto line = text("line " + std::to_string(c % 10));
+            blocks = cat({blocks, el(0xA3, cat({{0x82, 0, 5, 0x80}, line}))});
+            clusters = cat({clusters, cluster(c * 252, cat({blocks, c == at ? extra : Bytes{}}))});
+        }
+        return matroskaFile(cat({aacTrack(), subtitleTrack}), clusters);
+    };
+    const auto index = [](const Bytes& bytes, bool runs) {
+        std::unique_ptr<qv::Source> source =
+            runs ? std::make_unique<qv::MemorySource>(bytes) : sourceOf(bytes);
+        qv::Reader reader(std::move(source), nullptr, nullptr);
+        return qv::matroska(reader);
+    };
+    const auto padded = el(0xA0, cat({el(0xA1, {0x81, 0, 0, 0, 7}), el(0x75A2, {0x10})}));
+    const std::pair<Bytes, std::uint32_t> cases[] = {
+        {file({}, 0), 0},
+        // DiscardPadding at the end of the first run, then the next run's blocks.
+        {file(padded, split), qv::kUnsupported},
+        {file(el(0xA3, {0x81, 0, 0}), 15), qv::kMalformed}, // a block cut short at the end
+    };
+    for (const auto& [bytes, code] : cases) {
+        ASSERT_GT(bytes.size(), 1u << 20);
+        ASSERT_EQ(codeOf([&] { index(bytes, true); }), code);
+        ASSERT_EQ(codeOf([&] { index(bytes, false); }), code);
+        if (code != 0) continue;
+        const auto runs = index(bytes, true), one = index(bytes, false);
+        const auto& a = runs.tracks[0].samples;
+        const auto& b = one.tracks[0].samples;
+        ASSERT_EQ(a.size(), 16u * 12u);
+        ASSERT_EQ(runs.sampleCount, one.sampleCount);
+        for (std::size_t i = 0; i < a.size(); ++i)
+            EXPECT_TRUE(a[i].position == b[i].position && a[i].time == b[i].time &&
+                        a[i].size == b[i].size && a[i].key == b[i].key)
+                << i;
+        const auto& x = runs.subtitles[0];
+        const auto& y = one.subtitles[0];
+        ASSERT_EQ(x.events.size(), 16u);
+        EXPECT_EQ(x.textBytes, y.textBytes);
+        for (std::size_t i = 0; i < x.events.size(); ++i)
+            EXPECT_TRUE(x.events[i].start == y.events[i].start &&
+                        x.events[i].text == y.events[i].text)
+                << i;
+    }
 }
