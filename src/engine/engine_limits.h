@@ -13,9 +13,12 @@ inline constexpr std::uint64_t kReadAheadWindow = 262'144;
 inline constexpr std::uint64_t kReadAheadMinimum = 1'024;
 // Threads that read ahead at once while a file opens, each with its own handle on the file.
 inline constexpr std::size_t kPreloadThreads = 8;
-// Threads that index a file's clusters at once, and the size from which they are worth starting.
+// Threads that index a file's clusters at once, the runs of clusters per thread they share, and the
+// size of clusters from which they are worth starting: below it, starting threads (waking idle
+// cores) costs about what they save.
 inline constexpr std::uint64_t kIndexThreads = 4;
-inline constexpr std::uint64_t kParallelIndexBytes = 1'048'576;
+inline constexpr std::uint64_t kRunsPerIndexThread = 4;
+inline constexpr std::uint64_t kParallelIndexBytes = 64ull << 20;
 // Tracks kept per file.
 inline constexpr std::uint32_t kMaxTracks = 32;
 // Clusters recorded per Matroska file.

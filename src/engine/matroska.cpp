@@ -13,6 +13,7 @@
 #include "subtitles.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <functional>
 #include <iterator>
@@ -87,7 +88,7 @@ std::uint32_t below65536(Reader& reader, const Element& e)
 class Demuxer {
 public:
     explicit Demuxer(Reader& reader) : m_reader(reader) {}
-    Index run();
+    Index run(std::uint64_t parallelFrom = limits::kParallelIndexBytes);
     MatroskaHead head();
     void clusters(Index& index, std::uint64_t start, std::uint64_t end);
     void blockAt(Index& index, std::uint64_t clusterAt, std::uint64_t relative);
@@ -104,7 +105,7 @@ private:
     void colour(const Element& e, Track& track);
     void audio(const Element& e, Track& track);
     // Indexes m_clusters in runs on several threads when the file is large enough to gain by it.
-    void indexClusters();
+    void indexClusters(std::uint64_t parallelFrom);
     void clusterBlocks();
     // Appends a later run's samples and events; false when the result could differ from one walk.
     bool takeRun(Demuxer& run);
@@ -143,11 +144,11 @@ void Demuxer::tracksAndPresence()
     require(!m_sawAudio || audio, kUnsupported);
 }
 
-Index Demuxer::run()
+Index Demuxer::run(std::uint64_t parallelFrom)
 {
     tracksAndPresence();
     m_states.resize(m_index.tracks.size());
-    indexClusters();
+    indexClusters(parallelFrom);
     for (auto& subtitle : m_index.subtitles)
         finishSubtitleTrack(subtitle);
     return std::move(m_index);
@@ -524,89 +525,84 @@ void Demuxer::audio(const Element& a, Track& track)
 
 // Indexing a whole file reads one block header after another, each a round trip to the source
 // that depends on the one before. The clusters are independent, though, so runs of them are walked
-// at once, each on a thread and a handle of its own, and their samples joined in order. Anything
-// unusual (a run that fails, DiscardPadding before a later run's blocks, subtitle caps reached
-// across runs) throws the runs away and walks the file once more in one piece, so the index and
-// every failure are exactly those of a single walk.
-void Demuxer::indexClusters()
+// at once by a few threads, each with a handle of its own, and their samples joined in order. There
+// are several runs per thread, handed out in turn, so that a thread that starts late or runs slow
+// takes fewer. Anything unusual (a run that fails, DiscardPadding before a later run's blocks,
+// subtitle caps reached across runs) throws the runs away and walks the file once more in one
+// piece, so the index and every failure are exactly those of a single walk.
+void Demuxer::indexClusters(std::uint64_t parallelFrom)
 {
     const std::uint64_t threads = std::min<std::uint64_t>(
         {std::thread::hardware_concurrency(), limits::kIndexThreads, m_clusters.size()});
     const auto bytes = m_clusters.empty() ? 0 : m_clusters.back().end - m_clusters.front().start;
-    if (threads < 2 || bytes < limits::kParallelIndexBytes) return clusterBlocks();
+    if (threads < 2 || bytes < parallelFrom) return clusterBlocks();
 
-    // Runs of about equal size in bytes; each later run gets a reader and a demuxer of its own.
-    struct Run {
-        std::unique_ptr<Reader> reader;
-        std::unique_ptr<Demuxer> demuxer;
-        bool done = false;
-    };
-    std::vector<Run> runs;
-    std::vector<Cluster> all = std::move(m_clusters);
-    std::size_t first = all.size();
-    for (std::uint64_t k = threads - 1; k >= 1; --k) {
-        const auto from = all.front().start + bytes / threads * k;
-        std::size_t i = first;
-        while (i > 1 && all[i - 1].start >= from)
-            --i;
-        if (i == first) continue;
-        std::unique_ptr<Reader> reader;
+    std::vector<std::unique_ptr<Reader>> readers;
+    for (std::uint64_t k = 1; k < threads; ++k) {
         try {
-            reader = m_reader.another();
+            if (auto reader = m_reader.another()) readers.push_back(std::move(reader));
         } catch (const Failure&) {
-            // No second handle: this run stays with the one before.
+            // No second handle: fewer threads.
         }
-        if (!reader) continue;
-        auto demuxer = std::make_unique<Demuxer>(*reader);
-        demuxer->m_index = m_index;
-        demuxer->m_states.resize(m_index.tracks.size());
-        demuxer->m_clusters.assign(all.begin() + static_cast<std::ptrdiff_t>(i),
-                                   all.begin() + static_cast<std::ptrdiff_t>(first));
-        runs.insert(runs.begin(), Run{std::move(reader), std::move(demuxer)});
-        first = i;
     }
-    if (runs.empty()) {
-        m_clusters = std::move(all);
-        return clusterBlocks();
-    }
-    const Index before = m_index;
-    m_clusters.assign(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(first));
+    if (readers.empty()) return clusterBlocks();
 
-    std::vector<std::thread> workers;
-    workers.reserve(runs.size());
-    const auto walk = [](Run& run) {
-        try {
-            run.demuxer->clusterBlocks();
-            run.done = true;
-        } catch (...) {
-            // Walked again in one piece below, which fails where a single walk fails.
+    // Runs of about equal size in bytes, as [first, end) cluster indices.
+    const auto count = std::min<std::uint64_t>((readers.size() + 1) * limits::kRunsPerIndexThread,
+                                               m_clusters.size());
+    std::vector<std::pair<std::size_t, std::size_t>> runs;
+    for (std::size_t i = 0; i < m_clusters.size();) {
+        const auto from = m_clusters.front().start + bytes / count * (runs.size() + 1);
+        auto end = i + 1;
+        while (end < m_clusters.size() && m_clusters[end].start < from)
+            ++end;
+        runs.emplace_back(i, end);
+        i = end;
+    }
+
+    const Index before = m_index;
+    std::vector<std::unique_ptr<Demuxer>> walked(runs.size());
+    std::atomic<std::size_t> next{0};
+    std::atomic<bool> failed{false};
+    const auto walk = [&](Reader& reader) {
+        for (std::size_t r; !failed && (r = next++) < runs.size();) {
+            try {
+                auto run = std::make_unique<Demuxer>(reader);
+                run->m_index = before;
+                run->m_states.resize(m_index.tracks.size());
+                run->m_clusters.assign(m_clusters.begin() + std::ptrdiff_t(runs[r].first),
+                                       m_clusters.begin() + std::ptrdiff_t(runs[r].second));
+                run->clusterBlocks();
+                walked[r] = std::move(run);
+            } catch (...) {
+                failed = true;
+            }
         }
     };
-    std::vector<Run*> here;
-    for (auto& run : runs) {
+    std::vector<std::thread> workers;
+    workers.reserve(readers.size());
+    for (auto& reader : readers) {
         try {
-            workers.emplace_back(walk, std::ref(run));
+            workers.emplace_back(walk, std::ref(*reader));
         } catch (const std::system_error&) {
-            here.push_back(&run);
+            break; // the threads that did start, and this one, walk every run
         }
     }
-    bool ok = true;
-    try {
-        clusterBlocks();
-    } catch (...) {
-        ok = false;
-    }
-    for (auto* run : here)
-        if (ok) walk(*run);
+    walk(m_reader);
     for (auto& worker : workers)
         worker.join();
-    for (auto& run : runs)
-        ok = ok && run.done && takeRun(*run.demuxer);
-    if (ok) return;
 
+    if (!failed) {
+        // The first run's walk is this one's start; the others follow it.
+        m_index = std::move(walked[0]->m_index);
+        m_states = std::move(walked[0]->m_states);
+        for (std::size_t r = 1; r < walked.size() && !failed; ++r)
+            failed = !takeRun(*walked[r]);
+        if (!failed) return;
+    }
+    walked.clear();
     m_index = before;
     m_states.assign(m_index.tracks.size(), {});
-    m_clusters = std::move(all);
     clusterBlocks();
 }
 
@@ -845,9 +841,9 @@ bool probeMatroska(Reader& reader)
     return reader.size() >= 4 && reader.uintBE(0, 4) == mkv::kEbml;
 }
 
-Index matroska(Reader& reader)
+Index matroska(Reader& reader, std::uint64_t parallelFrom)
 {
-    return Demuxer(reader).run();
+    return Demuxer(reader).run(parallelFrom);
 }
 
 MatroskaHead matroskaHead(Reader& reader)

@@ -1,6 +1,7 @@
 #pragma once
 // The Matroska/WebM demuxer: validates the file, keeps the tracks the MP4 side can carry and
 // indexes every one of their samples.
+#include "engine_limits.h"
 #include "index.h"
 #include "reader.h"
 
@@ -12,7 +13,9 @@ namespace qv {
 // True when the file starts with the EBML magic.
 bool probeMatroska(Reader& reader);
 
-Index matroska(Reader& reader);
+// Clusters spanning parallelFrom bytes or more are indexed by several threads at once (given a
+// source with independent handles).
+Index matroska(Reader& reader, std::uint64_t parallelFrom = limits::kParallelIndexBytes);
 
 // What a Matroska file says before its first Cluster, for the fragmented layout that indexes
 // clusters only when they are read.
