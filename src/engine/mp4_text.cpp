@@ -261,20 +261,22 @@ std::optional<std::string> tx3gText(Reader& r, const Sample& sample, SubtitleTra
     return timedText(r.bytes(sample.offset + 2, length));
 }
 
-// The cues of a wvtt sample: the payload of each vttc box; a vtte box (no cue) gives none.
-std::vector<std::string> webVttCues(Boxes& boxes, const Sample& sample, SubtitleTrack& track)
+// The cues of a wvtt sample: the payload of each vttc box; a vtte box (no cue) gives none. The
+// sample's boxes have their own budget (a sample is at most an event long), so that a long track
+// does not use up the movie's.
+std::vector<std::string> webVttCues(Reader& r, const Sample& sample, SubtitleTrack& track)
 {
     std::vector<std::string> cues;
-    const Box whole{0, sample.offset, sample.offset + sample.size};
-    boxes.children(whole.start, whole.end, [&](const Box& box) {
+    if (sample.size > limits::kMaxSubtitleEventBytes) {
+        ++track.cutEvents;
+        return cues;
+    }
+    Boxes boxes(r);
+    boxes.children(sample.offset, sample.offset + sample.size, [&](const Box& box) {
         if (box.type != fourcc("vttc")) return;
         const auto payload = boxes.child(box, fourcc("payl"));
-        if (!payload || payload->size() == 0) return;
-        if (payload->size() > limits::kMaxSubtitleEventBytes) {
-            ++track.cutEvents;
-            return;
-        }
-        cues.push_back(timedText(boxes.reader().bytes(payload->start, payload->size())));
+        if (payload && payload->size() > 0)
+            cues.push_back(timedText(r.bytes(payload->start, payload->size())));
     });
     return cues;
 }
@@ -362,7 +364,7 @@ std::optional<SubtitleTrack> textTrack(Boxes& boxes, const Box& trak, std::uint6
         start = std::max(start, edit.delayNs);
         std::vector<std::string> texts;
         if (webVtt) {
-            texts = webVttCues(boxes, sample, track);
+            texts = webVttCues(r, sample, track);
         } else if (auto text = tx3gText(r, sample, track); text && !text->empty()) {
             texts.push_back(std::move(*text));
         }
