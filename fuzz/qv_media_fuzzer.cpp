@@ -104,7 +104,7 @@ void readTextTracks(const std::uint8_t* data, std::size_t size)
             previous = event.start;
             volatile char sink = 0;
             for (std::uint64_t i = 0; i < event.text_size; ++i)
-                sink ^= event.text[i];
+                sink = sink ^ event.text[i];
         }
     }
     qv_media_close(media);
