@@ -1,8 +1,8 @@
 // Fuzz target for the engine's flat interface: every input is opened from memory as a container
 // (the same open as qv_media_open, over a memory source) in each layout (full, and fragmented where
 // Matroska Cues allow it), read back in full through qv_media_read, and probed as a transport
-// stream. Any crash, sanitizer report, hang or runaway allocation is a
-// finding; refusals with a code are expected.
+// stream, and opened for its MP4 text tracks. Any crash, sanitizer report, hang or runaway
+// allocation is a finding; refusals with a code are expected.
 #include "engine/media.h"
 #include "engine/qv_media.h"
 
@@ -82,12 +82,41 @@ void readBack(const std::uint8_t* data, std::size_t size, const char* layout)
     qv_media_close(media);
 }
 
+// Opens the input for its MP4 text tracks alone and walks every event, which must come in time
+// order with a length within the event limit.
+void readTextTracks(const std::uint8_t* data, std::size_t size)
+{
+    std::uint32_t error = 0;
+    QVMedia* media = qv::openTextTracks(memory(data, size), nullptr, nullptr, &error);
+    if (!media) {
+        if (error == 0) std::abort();
+        return;
+    }
+    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media); ++t) {
+        QVMediaSubtitleTrack track{};
+        if (qv_media_subtitle_track(media, t, &track) != 0 || track.complete != 1) std::abort();
+        std::int64_t previous = 0;
+        for (std::uint64_t e = 0; e < track.event_count; ++e) {
+            QVMediaSubtitleEvent event{};
+            if (qv_media_subtitle_event(media, t, e, &event) != 0) std::abort();
+            if (event.start < previous || event.duration < 0 || event.text_size > 65'536)
+                std::abort();
+            previous = event.start;
+            volatile char sink = 0;
+            for (std::uint64_t i = 0; i < event.text_size; ++i)
+                sink = sink ^ event.text[i];
+        }
+    }
+    qv_media_close(media);
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     readBack(data, size, "full");
     readBack(data, size, "fragmented");
+    readTextTracks(data, size);
 
     const std::int32_t presence = qv::transportPresence(memory(data, size), nullptr, nullptr);
     if (presence > (QV_MEDIA_HAS_AUDIO | QV_MEDIA_HAS_VIDEO)) std::abort();

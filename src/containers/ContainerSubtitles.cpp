@@ -1,6 +1,9 @@
 #include "ContainerSubtitles.h"
 
+#include "EngineCancel.h"
 #include "engine/qv_media.h"
+
+#include <QFile>
 
 namespace quorvane {
 namespace {
@@ -111,6 +114,21 @@ std::shared_ptr<const ContainerSubtitles> readContainerSubtitles(std::shared_ptr
         result->tracks.append(std::move(track));
     }
     return result;
+}
+
+std::shared_ptr<const ContainerSubtitles>
+readMp4TextSubtitles(const QString& path, std::shared_ptr<std::atomic_bool> cancel)
+{
+    const QByteArray nativePath = QFile::encodeName(path);
+    uint32_t code = 0;
+    QVMedia* handle =
+        qv_media_open_text_tracks(nativePath.constData(), engine::cancelCallback(cancel),
+                                  engine::cancelContext(cancel), &code);
+    if (!handle) return nullptr;
+    // Kept like a container's handle; it holds nothing but the events, all read by now.
+    std::shared_ptr<QVMedia> shared(
+        handle, [cancel = std::move(cancel)](QVMedia* media) { qv_media_close(media); });
+    return readContainerSubtitles(std::move(shared));
 }
 
 } // namespace quorvane

@@ -8,6 +8,7 @@
 #include <QList>
 #include <QString>
 
+#include <atomic>
 #include <memory>
 
 struct QVMedia;
@@ -70,5 +71,11 @@ private:
 
 // Null when the file has no text subtitle track.
 std::shared_ptr<const ContainerSubtitles> readContainerSubtitles(std::shared_ptr<QVMedia> engine);
+
+// The timed-text tracks (tx3g, wvtt) of an MP4, M4V or QuickTime file, which the platform plays
+// itself, with every event; read on the calling thread, quickly (the movie box and the text
+// samples). Null when the file has none, cannot be read, or `cancel` is set meanwhile.
+std::shared_ptr<const ContainerSubtitles>
+readMp4TextSubtitles(const QString& path, std::shared_ptr<std::atomic_bool> cancel = {});
 
 } // namespace quorvane

@@ -66,6 +66,12 @@ inline constexpr std::uint64_t kMaxCueBlocks = 4 * kMaxSubtitleEvents;
 inline constexpr std::uint32_t kMaxAttachments = 256;
 inline constexpr std::uint64_t kMaxAttachmentText = 1'024;
 
+// MP4/QuickTime text tracks: boxes visited in one file, and samples taken per track (later ones
+// are cut, counted like events past the limits). Sample times past a year are out of range.
+inline constexpr std::uint64_t kMaxIsoBoxes = 100'000;
+inline constexpr std::uint64_t kMaxTextSamples = 2 * kMaxSubtitleEvents;
+inline constexpr std::uint64_t kMaxTextSeconds = 31'536'000;
+
 // Bytes of a transport stream scanned for its programme tables.
 inline constexpr std::uint64_t kTransportScanBytes = 1'048'576;
 // Programme map tables followed per transport stream.

@@ -4,6 +4,7 @@
 #include "flv.h"
 #include "matroska.h"
 #include "movie_writer.h"
+#include "mp4_text.h"
 #include "timing.h"
 
 #include <algorithm>
@@ -111,6 +112,15 @@ QVMedia::QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* 
         qv::release(t.timing.durations);
         qv::release(t.timing.compositions);
     }
+}
+
+QVMedia::QVMedia(qv::TextTracksOnly, std::unique_ptr<qv::Source> source, qv::CancelFn cancel,
+                 void* context)
+    : reader(std::move(source), cancel, context)
+{
+    format = QV_MEDIA_FORMAT_MP4_TEXT;
+    subtitles = std::make_unique<qv::SubtitleFeed>(qv::readIsoTextTracks(reader));
+    reader.dropCache();
 }
 
 void QVMedia::layout(qv::Index& index)

@@ -30,8 +30,14 @@ using SourceMaker = std::function<std::unique_ptr<Source>()>;
 // subtitle events in the fragmented layout.
 QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context,
                    std::uint32_t* error, SourceMaker reopen = {}) noexcept;
+// qv_media_open_text_tracks over any source.
+QVMedia* openTextTracks(const SourceMaker& makeSource, CancelFn cancel, void* context,
+                        std::uint32_t* error) noexcept;
 std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
                                void* context) noexcept;
+
+// Picks the constructor that reads only the text tracks of an MP4 or QuickTime file.
+struct TextTracksOnly {};
 
 } // namespace qv
 
@@ -40,6 +46,9 @@ struct QVMedia {
     QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context,
             qv::SourceMaker reopen = {});
     QVMedia(const char* path, qv::CancelFn cancel, void* context);
+    // Reads the text tracks of an MP4 or QuickTime file and nothing else: no virtual file.
+    QVMedia(qv::TextTracksOnly, std::unique_ptr<qv::Source> source, qv::CancelFn cancel,
+            void* context);
 
     // Copies n bytes of the virtual file at offset; offset + n must lie inside the file.
     void read(std::uint64_t offset, std::uint8_t* buffer, std::uint64_t n);
@@ -50,7 +59,7 @@ struct QVMedia {
     std::uint32_t format = 0;
     std::uint64_t timecodeScale = 0;
     std::unique_ptr<qv::SubtitleFeed>
-        subtitles; // text subtitle tracks (Matroska), beside the movie
+        subtitles; // text subtitle tracks (Matroska, or MP4 text), beside the movie
     std::vector<qv::Attachment> attachments;
     std::vector<std::uint8_t> header; // ftyp + moov + mdat header
     std::vector<qv::Slice> slices;

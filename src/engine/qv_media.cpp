@@ -51,6 +51,17 @@ QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context
     return code == 0 ? media : nullptr;
 }
 
+QVMedia* openTextTracks(const SourceMaker& makeSource, CancelFn cancel, void* context,
+                        std::uint32_t* error) noexcept
+{
+    if (error) *error = 0;
+    QVMedia* media = nullptr;
+    const auto code =
+        guarded([&] { media = new QVMedia(TextTracksOnly{}, makeSource(), cancel, context); });
+    if (code != 0 && error) *error = code;
+    return code == 0 ? media : nullptr;
+}
+
 std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
                                void* context) noexcept
 {
@@ -78,6 +89,18 @@ QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* contex
     return qv::openMedia(
         [path] { return std::make_unique<qv::FileSource>(path); }, cancel, context, error,
         [file = std::string(path)] { return std::make_unique<qv::FileSource>(file.c_str()); });
+}
+
+QVMedia* qv_media_open_text_tracks(const char* path, qv_media_cancel_fn cancel, void* context,
+                                   uint32_t* error)
+{
+    if (error) *error = 0;
+    if (!path) {
+        if (error) *error = qv::kMalformed;
+        return nullptr;
+    }
+    return qv::openTextTracks([path] { return std::make_unique<qv::FileSource>(path); }, cancel,
+                              context, error);
 }
 
 void qv_media_close(QVMedia* media)

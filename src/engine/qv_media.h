@@ -35,8 +35,9 @@ typedef struct QVMedia QVMedia;
  */
 typedef int (*qv_media_cancel_fn)(void* context);
 
-/* Format codes returned by qv_media_format. */
-enum { QV_MEDIA_FORMAT_MATROSKA = 1, QV_MEDIA_FORMAT_FLV = 2 };
+/* Format codes returned by qv_media_format; QV_MEDIA_FORMAT_MP4_TEXT only for a handle from
+ * qv_media_open_text_tracks. */
+enum { QV_MEDIA_FORMAT_MATROSKA = 1, QV_MEDIA_FORMAT_FLV = 2, QV_MEDIA_FORMAT_MP4_TEXT = 3 };
 
 /*
  * Error codes: why a call failed. These are the engine's only codes; the player and the tools take
@@ -82,6 +83,30 @@ enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
  */
 QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error);
 
+/*
+ * Opens the file at `path`, an MP4, M4V or QuickTime file that the platform plays itself, only for
+ * its timed-text subtitle tracks: 3GPP timed text ("tx3g", ffmpeg's mov_text), given as
+ * "S_TEXT/UTF8" with plain text (its style boxes are left out), and WebVTT in MP4 ("wvtt"), given
+ * as "S_TEXT/WEBVTT" with each cue's payload and the track's configuration box (the WebVTT header)
+ * as codec_private. Only the movie box and the text samples are read, on the calling thread; every
+ * event is known when it returns, in time order, with the track's edit list applied, so `complete`
+ * is 1. A sample without text is a gap, not an event; a wvtt sample with several cues gives one
+ * event each. Languages come from the mdhd box ("und" when the file does not say); is_default is
+ * the track's enabled flag, forced the tx3g "all samples forced" display flag; name is the udta
+ * name box, "" without one. The limits of the Matroska text tracks below apply; a track that
+ * breaks its bounds or holds values out of range is left out, and a track without events too.
+ *
+ * The handle answers the subtitle functions below and qv_media_format (QV_MEDIA_FORMAT_MP4_TEXT);
+ * it holds no virtual file: no tracks, size 0, no attachments. Close it with qv_media_close.
+ * `cancel`, `context` and `error` as for qv_media_open; errors: QV_MEDIA_UNSUPPORTED when the file
+ * does not start like an ISO BMFF/QuickTime file or has no movie box, QV_MEDIA_MALFORMED when its
+ * top-level boxes or the movie box break their bounds (or path is null), QV_MEDIA_TOO_LARGE past
+ * 100,000 boxes, and the codes of a failed or cancelled read. A file without text tracks opens
+ * with 0 subtitle tracks. qv_media_open still refuses these files (QV_MEDIA_UNSUPPORTED).
+ */
+QVMedia* qv_media_open_text_tracks(const char* path, qv_media_cancel_fn cancel, void* context,
+                                   uint32_t* error);
+
 /* Destroys the handle and closes the file; null is ignored. Call once, after all reads return. */
 void qv_media_close(QVMedia* media);
 
@@ -101,7 +126,8 @@ uint32_t qv_media_video_tracks(const QVMedia* media);
 /* Number of tracks that are not video (every such track is audio); 0 for null. */
 uint32_t qv_media_audio_tracks(const QVMedia* media);
 
-/* QV_MEDIA_FORMAT_MATROSKA (Matroska and WebM) or QV_MEDIA_FORMAT_FLV; 0 for null. */
+/* QV_MEDIA_FORMAT_MATROSKA (Matroska and WebM), QV_MEDIA_FORMAT_FLV or QV_MEDIA_FORMAT_MP4_TEXT;
+ * 0 for null. */
 uint32_t qv_media_format(const QVMedia* media);
 
 /*
@@ -168,11 +194,11 @@ int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t
 int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context);
 
 /*
- * Text subtitles and attachments (Matroska). Text subtitle tracks ("S_TEXT/UTF8", "S_TEXT/ASS",
- * "S_TEXT/SSA", "S_TEXT/WEBVTT") are not part of the virtual MP4; their events are kept by the
- * handle (at most 200,000 events and 16,777,216 text bytes per track, 32 tracks; later events are
- * cut, a laced or unreadable block is skipped). A damaged subtitle track or attachment list never
- * makes qv_media_open fail. FLV files have none.
+ * Text subtitles and attachments (Matroska; MP4 text tracks through qv_media_open_text_tracks).
+ * Text subtitle tracks ("S_TEXT/UTF8", "S_TEXT/ASS", "S_TEXT/SSA", "S_TEXT/WEBVTT") are not part of
+ * the virtual MP4; their events are kept by the handle (at most 200,000 events and 16,777,216 text
+ * bytes per track, 32 tracks; later events are cut, a laced or unreadable block is skipped). A
+ * damaged subtitle track or attachment list never makes qv_media_open fail. FLV files have none.
  *
  * In the full layout every event is read while the file opens, in time order, and `complete` is 1.
  * In the fragmented layout the open reads only the events of the first clusters: a track's events
@@ -190,7 +216,7 @@ int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel,
 /* One text subtitle track. Strings are NUL-terminated UTF-8. */
 typedef struct QVMediaSubtitleTrack {
     const char* codec_id;         /* "S_TEXT/UTF8", "S_TEXT/ASS", "S_TEXT/SSA", "S_TEXT/WEBVTT" */
-    const char* language;         /* ISO 639-2/T, as for tracks ("eng" when unnamed) */
+    const char* language;         /* ISO 639-2/T, as for tracks ("eng" when unnamed; MP4: "und") */
     const char* name;             /* "" when the file names none */
     const uint8_t* codec_private; /* the ASS/SSA script header, WebVTT's header; may be null */
     uint64_t codec_private_size;

@@ -21,6 +21,13 @@ bool usesContainerPath(const QUrl& url)
            suffix == QLatin1String("webm") || suffix == QLatin1String("flv");
 }
 
+bool hasIsoTimedText(const QUrl& url)
+{
+    const QString suffix = lowerSuffix(url);
+    return suffix == QLatin1String("mp4") || suffix == QLatin1String("m4v") ||
+           suffix == QLatin1String("mov");
+}
+
 bool isTransportStream(const QUrl& url)
 {
     const QString suffix = lowerSuffix(url);

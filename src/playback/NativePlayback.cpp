@@ -6,13 +6,16 @@
 #include "MediaSourceElement.h"
 #include "NativeContainerSource.h"
 #include "NativeMediaInfo.h"
+#include "containers/ContainerSubtitles.h"
 
 #include <QAudioOutput>
+#include <QFutureWatcher>
 #include <QLoggingCategory>
 #include <QMediaMetaData>
 #include <QTimer>
 #include <QVideoFrame>
 #include <QVideoSink>
+#include <QtConcurrent>
 
 #include <algorithm>
 #include <cmath>
@@ -30,6 +33,10 @@ constexpr int kFirstFrameTimeoutMs = 3000;
 // file) still completes after this long, so the owner never waits forever.
 constexpr int kSeekFallbackMs = 1500;
 constexpr qint64 kDefaultFrameMs = 40;
+// How much longer than the player the read of an MP4's text tracks may delay Ready. It reads only
+// the movie box and the text samples, so it normally finishes first; past this the player's own
+// subtitle tracks are listed instead.
+constexpr int kTimedTextWaitMs = 2000;
 
 } // namespace
 
@@ -56,6 +63,7 @@ NativePlayback::NativePlayback(Route route, QObject* parent)
 NativePlayback::~NativePlayback()
 {
     bumpGeneration();
+    if (m_timedTextCancel) m_timedTextCancel->store(true);
     m_onEvent = nullptr;
     delete m_audioValidation.data();
     m_player->setSource(QUrl());
@@ -153,7 +161,27 @@ void NativePlayback::open(const QUrl& url)
         return;
     }
     m_phase = Phase::Loading;
+    if (nativemedia::hasIsoTimedText(url)) readTimedText(url);
     startPlayer(url, nullptr);
+}
+
+void NativePlayback::readTimedText(const QUrl& url)
+{
+    const quint64 generation = m_generation;
+    m_timedTextPending = true;
+    auto cancel = std::make_shared<std::atomic_bool>(false);
+    m_timedTextCancel = cancel;
+    using Result = std::shared_ptr<const ContainerSubtitles>;
+    auto* watcher = new QFutureWatcher<Result>(this);
+    connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, generation] {
+        watcher->deleteLater();
+        if (generation != m_generation || !m_timedTextPending) return;
+        m_timedTextPending = false;
+        m_timedText = watcher->result();
+        checkReady();
+    });
+    watcher->setFuture(QtConcurrent::run(
+        [path = url.toLocalFile(), cancel] { return readMp4TextSubtitles(path, cancel); }));
 }
 
 void NativePlayback::containerOpened()
@@ -219,6 +247,10 @@ void NativePlayback::stop()
     m_transportAudio = m_transportVideo = false;
     m_hdr = m_ended = false;
     m_audioID = m_subtitleID = 0;
+    if (m_timedTextCancel) m_timedTextCancel->store(true);
+    m_timedTextCancel.reset();
+    m_timedText.reset();
+    m_timedTextPending = m_timedTextWaited = m_ownSubtitles = false;
     dropTrackSwitch();
     m_frameSize = {};
     m_player->setSource(QUrl());
@@ -267,6 +299,8 @@ void NativePlayback::selectTrack(PlaybackTrackKind kind, qint64 id)
 {
     if (m_phase != Phase::Ready || id < 0) return;
     const bool audio = kind == PlaybackTrackKind::Audio;
+    // The file's text tracks are drawn by us; Qt's stay off.
+    if (!audio && m_ownSubtitles) return;
     const qsizetype count =
         audio ? m_player->audioTracks().size() : m_player->subtitleTracks().size();
     if (count == 0 || id > count) return;
@@ -491,6 +525,20 @@ void NativePlayback::checkReady()
         return;
     }
 
+    if (m_timedTextPending) {
+        if (!std::exchange(m_timedTextWaited, true)) {
+            const quint64 generation = m_generation;
+            QTimer::singleShot(kTimedTextWaitMs, this, [this, generation] {
+                if (generation != m_generation || !m_timedTextPending) return;
+                qCInfo(lcNative) << "the text tracks took too long to read; listing the player's";
+                m_timedTextPending = false;
+                m_timedTextCancel->store(true);
+                checkReady();
+            });
+        }
+        return;
+    }
+
     const QMediaMetaData meta = m_player->metaData();
     PlaybackMediaInfo info;
     info.duration = nativemedia::durationSeconds(m_player->duration());
@@ -514,9 +562,14 @@ void NativePlayback::checkReady()
         info.hdr = m_hdr;
     }
     m_frameRate = info.frameRate;
-    info.tracks = nativemedia::playbackTracks(m_player->audioTracks(), m_player->subtitleTracks());
+    // Text tracks we read ourselves replace the player's, so that their ids and selection are ours.
+    m_ownSubtitles = m_timedText != nullptr;
+    info.tracks = nativemedia::playbackTracks(m_player->audioTracks(),
+                                              m_ownSubtitles ? QList<QMediaMetaData>()
+                                                             : m_player->subtitleTracks());
     if (m_container) nativemedia::labelContainerAudio(info.tracks, m_container->tracks());
     if (m_container) info.embeddedSubtitles = m_container->subtitles();
+    if (m_ownSubtitles) info.embeddedSubtitles = m_timedText;
 
     // Subtitles start off; the user turns them on from the track menu.
     if (!m_player->subtitleTracks().isEmpty()) m_player->setActiveSubtitleTrack(-1);

@@ -28,6 +28,7 @@ namespace quorvane {
 
 class AudioValidation;
 class NativeContainerSource;
+struct ContainerSubtitles;
 
 class NativePlayback final : public PlaybackBackend {
     Q_OBJECT
@@ -80,6 +81,7 @@ private:
     enum class Phase { Idle, Opening, Loading, Ready, Failed };
 
     void startPlayer(const QUrl& source, QIODevice* device);
+    void readTimedText(const QUrl& url);
     void containerOpened();
     void bumpGeneration();
     void handleStatus(QMediaPlayer::MediaStatus status);
@@ -115,6 +117,13 @@ private:
     QUrl m_url;
     std::unique_ptr<NativeContainerSource> m_container;
     QPointer<AudioValidation> m_audioValidation;
+    // The timed-text tracks of an MP4/QuickTime file, read on a worker while the player loads it.
+    // When found they are drawn by us: Qt's subtitle tracks are not listed and never switched.
+    std::shared_ptr<std::atomic_bool> m_timedTextCancel;
+    std::shared_ptr<const ContainerSubtitles> m_timedText;
+    bool m_timedTextPending = false;
+    bool m_timedTextWaited = false; // the bound on waiting for the read is running
+    bool m_ownSubtitles = false;
 
     // What has to be known before Ready.
     bool m_loaded = false;

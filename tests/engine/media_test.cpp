@@ -71,6 +71,24 @@ std::string exercise(const Bytes& bytes, int& opened)
         if (!endOk) return "reads at the end misbehave";
         ++opened;
     }
+    // The text tracks of an MP4 or QuickTime file: a handle whose events lie within the limits,
+    // or a code.
+    code = 99;
+    QVMedia* texts = qv::openTextTracks([&] { return sourceOf(bytes); }, nullptr, nullptr, &code);
+    if (!texts && (code < 1 || code > 5)) return "text tracks refused with " + std::to_string(code);
+    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(texts); ++t) {
+        QVMediaSubtitleTrack track{};
+        QVMediaSubtitleEvent e{};
+        bool ok = qv_media_subtitle_track(texts, t, &track) == 0 && track.complete == 1;
+        for (std::uint64_t i = 0; ok && i < track.event_count; ++i)
+            ok = qv_media_subtitle_event(texts, t, i, &e) == 0 && e.start >= 0 && e.duration >= 0 &&
+                 e.text_size > 0 && e.text_size <= 65'536;
+        if (!ok) {
+            qv_media_close(texts);
+            return "text track " + std::to_string(t) + " misbehaves";
+        }
+    }
+    qv_media_close(texts);
     const std::int32_t presence =
         qv::transportPresence([&] { return sourceOf(bytes); }, nullptr, nullptr);
     if (presence > 3 || presence < -5) return "presence " + std::to_string(presence);
@@ -183,8 +201,9 @@ TEST(Media, ManySmallFramesReadBackFromAnyOffset)
 }
 
 // Thousands of truncated and byte-flipped variants of small real files: every open must end in a
-// handle or a code, every read of an opened variant must stay inside the virtual file, and the
-// transport probe must answer within its range.
+// handle or a code, every read of an opened variant must stay inside the virtual file, the text
+// tracks read of MP4 files must keep their events in range, and the transport probe must answer
+// within its range.
 TEST(Mutation, TruncatedAndFlippedSeedsFailCleanly)
 {
     ASSERT_TRUE(std::filesystem::is_directory(kSeeds)) << kSeeds;

@@ -6,7 +6,8 @@ same packets (bytes, key flags, presentation times) in the MP4 as in the source,
 it without error and GStreamer must play it to the end. Refused files must fail with their exact
 code, transport streams must report their presence. Suites: `matroska` (the Matroska/WebM
 fixtures), `codecs` (FLAC, AC-3, E-AC-3, MP3, ALAC, FLV, transport streams, track languages and
-names, and the table of the shared corpus), `seek` (seeks in both layouts land on one picture).
+names, the events of MP4 timed text, and the table of the shared corpus), `seek` (seeks in both
+layouts land on one picture).
 """
 import argparse
 import json
@@ -40,6 +41,7 @@ SUITES = {
         'ts_audio_only.ts': 'audio', 'ts_video_only.ts': 'video', 'ts_both.ts': 'audio, video',
         'ts_m2ts.m2ts': 'audio, video',   # 192-byte packets with time codes
         'h264_aac_bframes.mkv': 'none',   # not a transport stream at all
+        'tx3g.mp4': 2,                    # MP4 is the platform's to play; only its text is read
     }, 'presence'),
 }
 # QV_MEDIA_LAYOUT=fragmented forces the fragmented layout on every Matroska file with usable Cues;
@@ -219,6 +221,30 @@ def named(args, tmp):
         fail('two_audio_named.mkv', f'ffprobe reports {got}, expected {NAMED}')
 
 
+def timed_text(args):
+    """The events `qvmedia subtitles` reads from an MP4's tx3g track are ffprobe's subtitle packets
+    that hold text: same start, duration and text (the 16-bit length and style boxes removed)."""
+    path = os.path.join(args.fixtures, 'tx3g.mp4')
+    data = json.loads(run(['-v', 'error', '-select_streams', 's', '-show_packets', '-show_data', '-of',
+                           'json', path], 'ffprobe', check=True).stdout)
+    expected = []
+    for p in data.get('packets', []):
+        raw = bytes.fromhex(''.join(line.split(':', 1)[1][:40].replace(' ', '')
+                                    for line in p.get('data', '').splitlines() if ':' in line))
+        length = int.from_bytes(raw[:2], 'big')
+        if length:
+            expected.append((round(float(p['pts_time']), 3), round(float(p['duration_time']), 3),
+                             raw[2:2 + length].decode('utf-8')))
+    result = run(['subtitles', path], args.qvmedia)
+    if result.returncode:
+        return fail('tx3g.mp4', f'qvmedia subtitles failed: {result.stderr.strip()}')
+    tracks = json.loads(result.stdout)['tracks']
+    got = [(round(e['start'], 3), round(e['duration'], 3), e['text'])
+           for t in tracks for e in t['events']]
+    if len(tracks) != 1 or tracks[0]['codec'] != 'S_TEXT/UTF8' or got != expected or len(got) != 2:
+        fail('tx3g.mp4', f'qvmedia reads {tracks}, ffprobe {expected}')
+
+
 def seek(args, tmp):
     """A minute-long file exported in both layouts; ffmpeg seeks each export to 50 random times
     (fixed seed) and decodes the first picture there: bytes and times must agree every time."""
@@ -262,6 +288,7 @@ def main():
                 judge(path, os.path.join(tmp, path), code, args.qvmedia, tmp, command)
         if args.suite == 'codecs':
             named(args, tmp)
+            timed_text(args)
             corpus = args.corpus if args.corpus and os.path.isdir(args.corpus) else None
             names = sorted(os.path.relpath(os.path.join(d, f), corpus)
                            for d, _, files in os.walk(corpus) if d != corpus for f in files) if corpus else []

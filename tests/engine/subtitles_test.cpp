@@ -3,6 +3,7 @@
 // the file; of files muxed by mkvmerge, the same events through the fragmented layout as through
 // the full index.
 #include "engine/engine_limits.h"
+#include "engine/language.h"
 #include "engine_test_support.h"
 
 #include <gtest/gtest.h>
@@ -252,4 +253,199 @@ TEST(Subtitles, FragmentedLayoutFindsEveryEvent)
         EXPECT_EQ(eventsOf(media), expected) << name;
         qv_media_close(media);
     }
+}
+
+namespace {
+
+Bytes box(const char* type, const Bytes& payload)
+{
+    return cat({be(payload.size() + 8, 4), text(type), payload});
+}
+
+// A full box: version, flags, then the payload.
+Bytes fullBox(const char* type, std::uint8_t version, std::uint32_t flags, const Bytes& payload)
+{
+    return box(type, cat({{version}, be(flags, 3), payload}));
+}
+
+Bytes tx3gSample(const Bytes& text, const Bytes& styles = {})
+{
+    return cat({be(text.size(), 2), text, styles});
+}
+
+Bytes cueBox(const std::string& payload)
+{
+    return box("vttc", box("payl", text(payload)));
+}
+
+// A text track: the sample entry, the sample tables (stsz or stz2 and stco or co64 given whole)
+// and the track's other boxes.
+Bytes textTrak(std::uint32_t enabled, std::uint16_t language, const Bytes& entry,
+               const Bytes& tables, const Bytes& extra = {}, const char* handler = "sbtl")
+{
+    const Bytes stbl = box("stbl", cat({fullBox("stsd", 0, 0, cat({be(1, 4), entry})), tables}));
+    const Bytes mdhd =
+        fullBox("mdhd", 0, 0, cat({be(0, 8), be(1000, 4), be(0, 4), be(language, 2), be(0, 2)}));
+    const Bytes hdlr = fullBox("hdlr", 0, 0, cat({be(0, 4), text(handler), Bytes(13, 0)}));
+    return box("trak", cat({fullBox("tkhd", 0, enabled, Bytes(80, 0)), extra,
+                            box("mdia", cat({mdhd, hdlr, box("minf", stbl)}))}));
+}
+
+// A table box of entries with `fields` values each.
+Bytes table(const char* type, std::size_t fields, std::initializer_list<std::uint64_t> values,
+            int width = 4)
+{
+    Bytes entries = be(values.size() / fields, 4);
+    for (const auto v : values)
+        entries = cat({entries, be(v, width)});
+    return fullBox(type, 0, 0, entries);
+}
+
+// ffmpeg-like: ftyp, mdat with the samples at known places, then moov with a tx3g track (an empty
+// edit first, stsc over three chunks, co64), a video track and a wvtt track (stz2, stco).
+struct IsoFile {
+    Bytes bytes;
+    std::size_t moov = 0;     // where the moov box starts
+    std::size_t tx3gTrak = 0; // and the tx3g track's trak box
+};
+
+IsoFile isoFile()
+{
+    // UTF-16 with a byte-order mark: "Grüße 你" and a character beyond the basic plane.
+    const Bytes utf16{0xFE, 0xFF, 0, 'G', 0,    'r',  0,    0xFC, 0,    0xDF,
+                      0,    'e',  0, ' ', 0x4F, 0x60, 0xD8, 0x3D, 0xDE, 0x00};
+    const Bytes s0 = tx3gSample(text("Hello")), s1 = tx3gSample({}), s2 = tx3gSample(utf16),
+                s3 = tx3gSample(text("Two\nlines"), box("styl", be(0, 2)));
+    const Bytes v0 = box("vtte", {}), v1 = cat({cueBox("cue one"), cueBox("cue two")});
+    const Bytes ftyp = box("ftyp", text("isom\0\0\0\0isom"));
+    // Chunks: [s0 s1] filler [s2] filler [s3] filler [v0 v1].
+    const Bytes filler(7, 0xEE);
+    const Bytes media = cat({s0, s1, filler, s2, filler, s3, filler, v0, v1});
+    const std::uint64_t base = ftyp.size() + 8;
+    const std::uint64_t c1 = base, c2 = c1 + s0.size() + s1.size() + 7, c3 = c2 + s2.size() + 7,
+                        c4 = c3 + s3.size() + 7;
+
+    const Bytes tx3gEntry = box("tx3g", cat({Bytes(8, 0), be(0, 4), Bytes(30, 0)}));
+    const Bytes elst = fullBox("elst", 0, 0,
+                               cat({be(2, 4), be(500, 4), be(0xFFFFFFFF, 4), be(0x10000, 4),
+                                    be(3000, 4), be(0, 4), be(0x10000, 4)}));
+    const Bytes tx3g =
+        textTrak(1, qv::packedLanguage("fra"), tx3gEntry,
+                 cat({table("stts", 2, {1, 1000, 1, 500, 1, 1000, 1, 500}),
+                      table("stsc", 3, {1, 2, 1, 2, 1, 1}),
+                      fullBox("stsz", 0, 0,
+                              cat({be(0, 4), be(4, 4), be(s0.size(), 4), be(s1.size(), 4),
+                                   be(s2.size(), 4), be(s3.size(), 4)})),
+                      table("co64", 1, {c1, c2, c3}, 8)}),
+                 cat({box("edts", elst), box("udta", box("name", text("Français")))}));
+    const Bytes wvttEntry = box("wvtt", cat({Bytes(8, 0), box("vttC", text("WEBVTT"))}));
+    const Bytes wvtt = textTrak(
+        0, 11 /* QuickTime's Japanese */, wvttEntry,
+        cat({table("stts", 2, {1, 1000, 1, 2000}), table("stsc", 3, {1, 2, 1}),
+             fullBox("stz2", 0, 0, cat({be(8, 4), be(2, 4), be(v0.size(), 1), be(v1.size(), 1)})),
+             table("stco", 1, {c4})}));
+    const Bytes video =
+        textTrak(1, qv::packedLanguage("und"), box("avc1", Bytes(8, 0)), {}, {}, "vide");
+    const Bytes mvhd = fullBox("mvhd", 0, 0, cat({be(0, 8), be(1000, 4), Bytes(84, 0)}));
+    IsoFile file;
+    const Bytes head = cat({ftyp, be(media.size() + 8, 4), text("mdat"), media});
+    file.bytes = cat({head, box("moov", cat({mvhd, tx3g, video, wvtt}))});
+    file.moov = head.size();
+    file.tx3gTrak = head.size() + 8 + mvhd.size();
+    return file;
+}
+
+using EventList = std::vector<std::tuple<std::int64_t, std::int64_t, std::string>>;
+
+// The tracks of a text-track handle as (codec, language, name, default, events), or the code.
+struct TextTracks {
+    std::uint32_t code = 0;
+    std::vector<std::tuple<std::string, std::string, std::string, bool, EventList>> tracks;
+};
+
+TextTracks textTracksOf(const Bytes& bytes)
+{
+    TextTracks result;
+    swept(bytes, [&](std::uint64_t failAt) {
+        std::uint32_t code = 99;
+        qv_media_close(
+            qv::openTextTracks([&] { return sourceOf(bytes, failAt); }, nullptr, nullptr, &code));
+        return code;
+    });
+    QVMedia* media =
+        qv::openTextTracks([&] { return sourceOf(bytes); }, nullptr, nullptr, &result.code);
+    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media); ++t) {
+        QVMediaSubtitleTrack track{};
+        EXPECT_EQ(qv_media_subtitle_track(media, t, &track), 0);
+        EXPECT_EQ(track.complete, 1u);
+        EventList events;
+        QVMediaSubtitleEvent e{};
+        for (std::uint64_t i = 0; qv_media_subtitle_event(media, t, i, &e) == 0; ++i)
+            events.emplace_back(e.start / 1'000'000, e.duration / 1'000'000, textOf(e));
+        result.tracks.emplace_back(track.codec_id, track.language, track.name,
+                                   track.is_default != 0, events);
+    }
+    if (media) {
+        EXPECT_EQ(qv_media_format(media), std::uint32_t(QV_MEDIA_FORMAT_MP4_TEXT));
+        EXPECT_EQ(qv_media_size(media), 0u);
+    }
+    qv_media_close(media);
+    return result;
+}
+
+} // namespace
+
+// Timed text of an MP4: the samples found through chunks of several sizes and 64-bit offsets,
+// UTF-16 converted, gaps and the style boxes left out, times moved by the edit list; WebVTT cues,
+// two in one sample; other tracks ignored.
+TEST(Mp4Text, TracksAndEventsAsWritten)
+{
+    const auto found = textTracksOf(isoFile().bytes);
+    ASSERT_EQ(found.code, 0u);
+    ASSERT_EQ(found.tracks.size(), 2u);
+    EXPECT_EQ(found.tracks[0], std::make_tuple(std::string("S_TEXT/UTF8"), std::string("fra"),
+                                               std::string("Français"), true,
+                                               EventList{{500, 1000, "Hello"},
+                                                         {2000, 1000, "Grüße 你\xF0\x9F\x98\x80"},
+                                                         {3000, 500, "Two\nlines"}}));
+    EXPECT_EQ(found.tracks[1],
+              std::make_tuple(std::string("S_TEXT/WEBVTT"), std::string("jpn"), std::string(),
+                              false, EventList{{1000, 2000, "cue one"}, {1000, 2000, "cue two"}}));
+}
+
+// What the file-level checks refuse, and damage inside one track, which loses that track alone.
+TEST(Mp4Text, DamageDropsTheTrackOrRefusesTheFile)
+{
+    const IsoFile good = isoFile();
+    // The bytes with `value` written `skip` bytes into the payload of the first box of the type.
+    const auto patched = [&](const char* type, std::size_t skip, const Bytes& value) {
+        Bytes bytes = good.bytes;
+        const auto at = std::search(bytes.begin(), bytes.end(), type, type + 4);
+        EXPECT_NE(at, bytes.end()) << type;
+        std::copy(value.begin(), value.end(), at + 4 + std::ptrdiff_t(skip));
+        return bytes;
+    };
+    Bytes overrun = good.bytes;
+    std::copy_n(be(good.bytes.size(), 4).begin(), 4, overrun.begin() + std::ptrdiff_t(good.moov));
+    const std::vector<std::tuple<const char*, Bytes, std::uint32_t, std::size_t>> cases{
+        {"a Matroska file", matroskaFile(aacTrack(), cluster(0, simpleBlock(0, true, {1}))),
+         qv::kUnsupported, 0},
+        {"no moov", Bytes(good.bytes.begin(), good.bytes.begin() + std::ptrdiff_t(good.moov)),
+         qv::kUnsupported, 0},
+        {"moov past the end", overrun, qv::kMalformed, 0},
+        {"chunk offset past the end", patched("co64", 8, be(~0ull >> 1, 8)), 0, 1},
+        {"stsc's first chunk 0", patched("stsc", 8, be(0, 4)), 0, 1},
+        {"sample sizes past the box", patched("stsz", 8, be(1000, 4)), 0, 1},
+        {"text longer than its sample", patched("mdat", 0, be(200, 2)), 0, 1},
+        {"a zero timescale", patched("mdhd", 12, be(0, 4)), 0, 1},
+    };
+    for (const auto& [what, bytes, code, tracks] : cases) {
+        const auto found = textTracksOf(bytes);
+        EXPECT_EQ(found.code, code) << what;
+        EXPECT_EQ(found.tracks.size(), tracks) << what;
+    }
+    // The Matroska open still refuses the file.
+    std::uint32_t code = 0;
+    EXPECT_EQ(openBytes(good.bytes, code), nullptr);
+    EXPECT_EQ(code, qv::kUnsupported);
 }

@@ -1,5 +1,6 @@
-// End to end: the player opens a Matroska file with embedded SubRip and forced ASS tracks through
-// the real backend, and the overlay over it shows the right line at chosen times, then none.
+// End to end: the player opens a Matroska file with embedded SubRip and forced ASS tracks, and an
+// MP4 with timed text, through the real backend, and the overlay over it shows the right line at
+// chosen times, then none.
 #include "Ink.h"
 #include "Player.h"
 #include "SubtitleOverlay.h"
@@ -71,24 +72,46 @@ private slots:
         QVERIFY(inkOf(window.grabWindow()).box.isEmpty());
     }
 
-    // MP4 timed text: the platform's own track, listed and switched through the backend.
-    void platformTextTracksAreListed()
+    // MP4 timed text is read by us and drawn by our overlay, not the platform's: each line is shown
+    // while its cue runs and gone after its end, the last one too.
+    void timedTextDrawnByTheOverlay()
     {
         const QString path = u"" QV_FIXTURE_DIR "/tx3g.mp4"_s;
         if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
         QSettings settings(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
         Player player(&settings, {}, true);
+        QQuickWindow window;
+        window.setColor(Qt::black);
+        window.resize(640, 480);
+        auto* overlay = new SubtitleOverlay(window.contentItem());
+        overlay->setSize(window.size());
+        overlay->setSession(player.subtitles());
+        window.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+
         player.open(QUrl::fromLocalFile(path));
         QTRY_VERIFY_WITH_TIMEOUT(player.loaded(), 30000);
+        overlay->setVideoSize(player.videoSize());
         QList<qint64> ids;
         for (const MediaTrack& track : player.tracks()) {
             if (track.type == u"subtitle") ids.append(track.id);
         }
-        QCOMPARE(ids, QList<qint64>{1});
-        player.selectTrack(u"subtitle"_s, 1);
+        QCOMPARE(ids.size(), 1);
+        QVERIFY(player.subtitles()->owns(ids[0]));   // ours, not the backend's
+        QCOMPARE(player.subtitles()->activeID(), 0); // off until chosen
+        player.toggle();                             // pause
+        player.selectTrack(u"subtitle"_s, ids[0]);
         player.refresh();
-        QCOMPARE(player.subtitleID(), 1);
-        QCOMPARE(player.subtitles()->activeID(), 0);
+        QCOMPARE(player.subtitleID(), ids[0]);
+
+        // Cues at 0.5-1.0 s and 1.5-2.0 s; the file runs 3 s.
+        for (const auto& [seconds, shown] : {std::pair{0.75, true}, std::pair{1.25, false},
+                                             std::pair{1.75, true}, std::pair{2.5, false}}) {
+            player.seek(seconds);
+            QTRY_VERIFY2_WITH_TIMEOUT(overlay->showingText() == shown &&
+                                          inkOf(window.grabWindow()).box.isEmpty() != shown,
+                                      qPrintable(u"at %1 s"_s.arg(seconds)), 10000);
+        }
     }
 };
 

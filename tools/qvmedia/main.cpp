@@ -3,14 +3,19 @@
 //   qvmedia cat FILE [OUT]   the whole virtual MP4, to OUT or standard output
 //   qvmedia presence FILE    what a transport stream carries: "audio, video", "audio", "video"
 //                            or "none"
+//   qvmedia subtitles FILE   the text subtitle tracks and every event as one JSON object, of a
+//                            Matroska file or of an MP4/QuickTime file's timed text
 // A failure prints "error N: <meaning>" on standard error and exits with the engine code N.
 #include "engine/media.h"
 #include "engine/qv_media.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -22,10 +27,10 @@ int failWith(std::uint32_t code)
 }
 
 // Text as a JSON string (quotes, backslashes and control characters escaped; UTF-8 kept).
-std::string jsonString(const char* text)
+std::string jsonString(std::string_view text)
 {
     std::string out = "\"";
-    for (const char* c = text; *c; ++c) {
+    for (auto c = text.begin(); c != text.end(); ++c) {
         const auto byte = static_cast<unsigned char>(*c);
         if (byte == '"' || byte == '\\') {
             out += '\\';
@@ -123,19 +128,55 @@ int presence(const char* path)
     return 0;
 }
 
+int subtitles(const char* path)
+{
+    std::uint32_t code = 0;
+    Media media(qv_media_open(path, nullptr, nullptr, &code));
+    if (!media && code == QV_MEDIA_UNSUPPORTED)
+        media.reset(qv_media_open_text_tracks(path, nullptr, nullptr, &code));
+    if (!media) return failWith(code);
+    // In the fragmented layout events arrive while the file is open: wait for all of them.
+    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media.get()); ++t)
+        qv_media_subtitle_want(media.get(), t, 0);
+    std::printf("{\"tracks\":[");
+    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media.get()); ++t) {
+        QVMediaSubtitleTrack track{};
+        while (qv_media_subtitle_track(media.get(), t, &track) == 0 && !track.complete)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        std::printf("%s{\"codec\":%s,\"language\":%s,\"name\":%s,\"default\":%s,\"forced\":%s,"
+                    "\"cut\":%llu,\"events\":[",
+                    t ? "," : "", jsonString(track.codec_id).c_str(),
+                    jsonString(track.language).c_str(), jsonString(track.name).c_str(),
+                    track.is_default ? "true" : "false", track.forced ? "true" : "false",
+                    static_cast<unsigned long long>(track.cut_events));
+        for (std::uint64_t e = 0; e < track.event_count; ++e) {
+            QVMediaSubtitleEvent event{};
+            if (qv_media_subtitle_event(media.get(), t, e, &event) != 0) break;
+            std::printf("%s{\"start\":%.6f,\"duration\":%.6f,\"text\":%s}", e ? "," : "",
+                        double(event.start) / 1e9, double(event.duration) / 1e9,
+                        jsonString({event.text, event.text_size}).c_str());
+        }
+        std::printf("]}");
+    }
+    std::printf("]}\n");
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     const bool known =
-        argc >= 3 && (std::strcmp(argv[1], "info") == 0 || std::strcmp(argv[1], "cat") == 0 ||
-                      std::strcmp(argv[1], "presence") == 0);
+        argc >= 3 &&
+        (std::strcmp(argv[1], "info") == 0 || std::strcmp(argv[1], "cat") == 0 ||
+         std::strcmp(argv[1], "presence") == 0 || std::strcmp(argv[1], "subtitles") == 0);
     if (!known || (std::strcmp(argv[1], "cat") != 0 && argc != 3) || argc > 4) {
         std::fprintf(stderr, "usage: qvmedia info FILE\n       qvmedia cat FILE [OUT]\n"
-                             "       qvmedia presence FILE\n");
+                             "       qvmedia presence FILE\n       qvmedia subtitles FILE\n");
         return 64;
     }
     if (std::strcmp(argv[1], "presence") == 0) return presence(argv[2]);
+    if (std::strcmp(argv[1], "subtitles") == 0) return subtitles(argv[2]);
     std::uint32_t code = 0;
     Media media(qv_media_open(argv[2], nullptr, nullptr, &code));
     if (!media) return failWith(code);
