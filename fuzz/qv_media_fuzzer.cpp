@@ -66,7 +66,7 @@ void readBack(const std::uint8_t* data, std::size_t size, const char* layout)
             previous = event.start;
             volatile char sink = 0;
             for (std::uint64_t i = 0; i < event.text_size; ++i)
-                sink ^= event.text[i];
+                sink = static_cast<char>(sink ^ event.text[i]);
         }
     }
     for (std::uint32_t a = 0; a < qv_media_attachments(media); ++a) {
