@@ -13,6 +13,24 @@
 using namespace quorvane;
 using namespace Qt::StringLiterals;
 
+// A player drawing its subtitles over a black 640×480 window.
+struct Stage {
+    explicit Stage(const QString& settingsPath)
+        : settings(settingsPath, QSettings::IniFormat), player(&settings, {}, true)
+    {
+        window.setColor(Qt::black);
+        window.resize(640, 480);
+        overlay = new SubtitleOverlay(window.contentItem());
+        overlay->setSize(window.size());
+        overlay->setSession(player.subtitles());
+        window.show();
+    }
+    QSettings settings;
+    Player player;
+    QQuickWindow window;
+    SubtitleOverlay* overlay = nullptr;
+};
+
 class SubtitlePlayerTest : public QObject {
     Q_OBJECT
 
@@ -23,16 +41,10 @@ private slots:
     {
         const QString path = u"" QV_FIXTURE_DIR "/subtitles.mkv"_s;
         if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
-        QSettings settings(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
-        Player player(&settings, {}, true);
-
-        QQuickWindow window;
-        window.setColor(Qt::black);
-        window.resize(640, 480);
-        auto* overlay = new SubtitleOverlay(window.contentItem());
-        overlay->setSize(window.size());
-        overlay->setSession(player.subtitles());
-        window.show();
+        Stage stage(m_dir.filePath(u"settings.ini"_s));
+        Player& player = stage.player;
+        QQuickWindow& window = stage.window;
+        SubtitleOverlay* overlay = stage.overlay;
         QVERIFY(QTest::qWaitForWindowExposed(&window));
 
         player.open(QUrl::fromLocalFile(path));
@@ -78,15 +90,10 @@ private slots:
     {
         const QString path = u"" QV_FIXTURE_DIR "/tx3g.mp4"_s;
         if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
-        QSettings settings(m_dir.filePath(u"settings.ini"_s), QSettings::IniFormat);
-        Player player(&settings, {}, true);
-        QQuickWindow window;
-        window.setColor(Qt::black);
-        window.resize(640, 480);
-        auto* overlay = new SubtitleOverlay(window.contentItem());
-        overlay->setSize(window.size());
-        overlay->setSession(player.subtitles());
-        window.show();
+        Stage stage(m_dir.filePath(u"settings.ini"_s));
+        Player& player = stage.player;
+        QQuickWindow& window = stage.window;
+        SubtitleOverlay* overlay = stage.overlay;
         QVERIFY(QTest::qWaitForWindowExposed(&window));
 
         player.open(QUrl::fromLocalFile(path));
