@@ -4,6 +4,7 @@
 #include "audio/alac.h"
 #include "audio/audio_samples.h"
 #include "audio/flac.h"
+#include "cues.h"
 #include "ebml.h"
 #include "engine_limits.h"
 #include "failure.h"
@@ -92,6 +93,7 @@ public:
     MatroskaHead head();
     void clusters(Index& index, std::uint64_t start, std::uint64_t end);
     void blockAt(Index& index, std::uint64_t clusterAt, std::uint64_t relative);
+    Index textTracks();
 
 private:
     void header();
@@ -118,6 +120,13 @@ private:
     void keepSubtitleTrack(const Track& track, bool forced, bool languageSeen);
     void subtitleBlock(const Element& block, std::uint64_t number, std::uint64_t numberLength,
                        const Cluster& cluster, std::optional<std::uint64_t> duration);
+    // Reads the block at `relative` bytes into the Cluster at clusterAt into m_index.
+    void blockIn(std::uint64_t clusterAt, std::uint64_t relative);
+    // Text-only reading: an element whose size runs past `end` (a cut file) is cut there too.
+    Element lenientElement(std::uint64_t position, std::uint64_t end);
+    bool cuedTextBlocks(const MatroskaHead& head);
+    void textClusters(const MatroskaHead& head);
+    std::uint64_t textCluster(const Element& cluster);
 
     Reader& m_reader;
     Index m_index;
@@ -128,6 +137,9 @@ private:
     bool m_sawVideo = false;
     bool m_sawAudio = false;
     MatroskaHead* m_head = nullptr; // set while only the head is read: stop at the first Cluster
+    // Set while only the text subtitle tracks and attachments are read: no other track is kept,
+    // whatever its codec, and no track entry fails the file.
+    bool m_textOnly = false;
 };
 
 void Demuxer::tracksAndPresence()
@@ -187,6 +199,12 @@ void Demuxer::blockAt(Index& index, std::uint64_t clusterAt, std::uint64_t relat
 {
     m_index = std::move(index);
     m_states.assign(m_index.tracks.size(), {});
+    blockIn(clusterAt, relative);
+    index = std::move(m_index);
+}
+
+void Demuxer::blockIn(std::uint64_t clusterAt, std::uint64_t relative)
+{
     const Element c = ebml::element(m_reader, clusterAt, m_reader.size());
     require(c.id == mkv::kCluster);
     Cluster cluster{c.start, c.end, 0};
@@ -205,7 +223,134 @@ void Demuxer::blockAt(Index& index, std::uint64_t clusterAt, std::uint64_t relat
         blockGroup(b, cluster);
     else
         fail(kMalformed);
-    index = std::move(m_index);
+}
+
+bool fatal(const Failure& failure)
+{
+    return failure.code() == kCancelled || failure.code() == kInputOutput;
+}
+
+Index Demuxer::textTracks()
+{
+    MatroskaHead head;
+    m_head = &head;
+    m_textOnly = true;
+    m_index.format = 1;
+    header();
+    m_head = nullptr;
+    if (!m_index.subtitles.empty() && head.firstCluster != 0 && !cuedTextBlocks(head))
+        textClusters(head);
+    for (auto& subtitle : m_index.subtitles)
+        finishSubtitleTrack(subtitle);
+    return std::move(m_index);
+}
+
+// Muxers such as mkvmerge cue every subtitle block with its place in the cluster; then exactly
+// those blocks are read. False, with nothing read, when the Cues leave any text track's blocks
+// unplaced (no cue for the track, or a cue without CueRelativePosition) or cannot be read.
+bool Demuxer::cuedTextBlocks(const MatroskaHead& head)
+{
+    std::vector<std::uint64_t> numbers;
+    for (const auto& s : m_index.subtitles)
+        numbers.push_back(s.number);
+    std::vector<CueBlock> cues;
+    try {
+        cues = cueBlocks(m_reader, head, numbers);
+    } catch (const Failure& failure) {
+        if (fatal(failure)) throw;
+        return false;
+    }
+    for (const auto number : numbers) {
+        bool cued = false;
+        for (const auto& cue : cues) {
+            if (cue.track != number) continue;
+            if (!cue.relative) return false;
+            cued = true;
+        }
+        if (!cued) return false;
+    }
+    // In file order, and a block that several cues name only once.
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> places;
+    for (const auto& cue : cues)
+        places.emplace_back(cue.cluster, *cue.relative);
+    std::sort(places.begin(), places.end());
+    places.erase(std::unique(places.begin(), places.end()), places.end());
+    for (const auto& [clusterAt, relative] : places) {
+        m_reader.check();
+        try {
+            blockIn(clusterAt, relative);
+        } catch (const Failure& failure) {
+            // A cue past a cut or pointing at no block loses that one event.
+            if (fatal(failure)) throw;
+        }
+    }
+    return true;
+}
+
+Element Demuxer::lenientElement(std::uint64_t position, std::uint64_t end)
+{
+    const auto id = ebml::vint(m_reader, position, end, true);
+    const auto size = ebml::vint(m_reader, position + id.length, end, false);
+    Element e;
+    e.id = id.value;
+    e.start = position + id.length + size.length;
+    e.unknownSize = size.unknown;
+    e.end = size.unknown || size.value > end - e.start ? end : e.start + size.value;
+    return e;
+}
+
+// One walk of every cluster, reading only block headers and the text blocks. A cut or damaged
+// cluster ends the walk; the events before it stand.
+void Demuxer::textClusters(const MatroskaHead& head)
+{
+    std::uint64_t clusters = 0;
+    try {
+        for (auto p = head.firstCluster; p < head.segmentEnd;) {
+            m_reader.check();
+            const Element e = lenientElement(p, head.segmentEnd);
+            if (e.id == mkv::kCluster) {
+                require(++clusters <= limits::kMaxClusters, kTooLarge);
+                p = textCluster(e);
+                continue;
+            }
+            // Fonts written after the clusters are still found.
+            if (e.id == mkv::kAttachments && m_index.attachments.empty()) {
+                try {
+                    m_index.attachments = readAttachments(m_reader, e);
+                } catch (const Failure& failure) {
+                    if (fatal(failure)) throw;
+                    m_index.attachments.clear();
+                }
+            }
+            p = e.end;
+        }
+    } catch (const Failure& failure) {
+        if (fatal(failure)) throw;
+    }
+}
+
+// Walks one cluster (of unknown size: up to the next top-level element); returns where it ends.
+std::uint64_t Demuxer::textCluster(const Element& c)
+{
+    Cluster cluster{c.start, c.end, 0};
+    auto p = c.start;
+    while (p < c.end) {
+        if (c.unknownSize && isTopLevel(ebml::vint(m_reader, p, c.end, true).value)) break;
+        const Element e = ebml::element(m_reader, p, c.end);
+        try {
+            if (e.id == mkv::kTimecode)
+                cluster.timecode = ebml::unsignedInteger(m_reader, e);
+            else if (e.id == mkv::kSimpleBlock)
+                block(e, cluster, std::nullopt, 0, std::nullopt);
+            else if (e.id == mkv::kBlockGroup)
+                blockGroup(e, cluster);
+        } catch (const Failure& failure) {
+            // One bad element of another track, or of a text track (counted there), is skipped.
+            if (fatal(failure)) throw;
+        }
+        p = e.end;
+    }
+    return p;
 }
 
 void Demuxer::header()
@@ -221,8 +366,10 @@ void Demuxer::header()
     require(docType.has_value());
     require(*docType == "matroska" || *docType == "webm", kUnsupported);
 
-    const Element segment = ebml::element(m_reader, head.end, m_reader.size());
-    require(segment.id == mkv::kSegment && segment.end == m_reader.size());
+    // Reading only the text tracks, a cut file is read up to the cut.
+    const Element segment = m_textOnly ? lenientElement(head.end, m_reader.size())
+                                       : ebml::element(m_reader, head.end, m_reader.size());
+    require(segment.id == mkv::kSegment && (m_textOnly || segment.end == m_reader.size()));
     if (m_head) {
         m_head->segmentStart = segment.start;
         m_head->segmentEnd = segment.end;
@@ -303,7 +450,15 @@ void Demuxer::tracks(const Element& tracks)
 {
     for (auto p = tracks.start; p < tracks.end;) {
         const Element e = ebml::element(m_reader, p, tracks.end);
-        if (e.id == mkv::kTrackEntry) trackEntry(e);
+        if (e.id == mkv::kTrackEntry && m_textOnly) {
+            try {
+                trackEntry(e);
+            } catch (const Failure& failure) {
+                if (fatal(failure)) throw;
+            }
+        } else if (e.id == mkv::kTrackEntry) {
+            trackEntry(e);
+        }
         p = e.end;
     }
 }
@@ -371,10 +526,10 @@ void Demuxer::trackEntry(const Element& entry)
             track.encoded = true;
             break;
         case mkv::kVideo:
-            video(e, track);
+            if (!m_textOnly) video(e, track);
             break;
         case mkv::kAudio:
-            audio(e, track);
+            if (!m_textOnly) audio(e, track);
             break;
         default:
             break;
@@ -391,6 +546,7 @@ void Demuxer::trackEntry(const Element& entry)
         keepSubtitleTrack(track, forced, language || languageBcp47);
         return;
     }
+    if (m_textOnly) return;
     if (type != kVideo && type != kAudio) return;
     if (!track.enabled) return;
     track.kind = static_cast<TrackKind>(type);
@@ -859,6 +1015,11 @@ void matroskaClusters(Reader& reader, Index& index, std::uint64_t start, std::ui
 void matroskaBlock(Reader& reader, Index& index, std::uint64_t cluster, std::uint64_t relative)
 {
     Demuxer(reader).blockAt(index, cluster, relative);
+}
+
+Index matroskaTextTracks(Reader& reader)
+{
+    return Demuxer(reader).textTracks();
 }
 
 } // namespace qv

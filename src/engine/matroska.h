@@ -39,4 +39,11 @@ void matroskaClusters(Reader& reader, Index& index, std::uint64_t start, std::ui
 // cue points), timed by that Cluster's Timecode.
 void matroskaBlock(Reader& reader, Index& index, std::uint64_t cluster, std::uint64_t relative);
 
+// Only the text subtitle tracks (with every event, in time order) and the attachments of a file
+// whose other tracks may be anything: the header elements are read leniently (no track entry is
+// refused; a Segment cut short is read up to the cut). Events come from the blocks the Cues place
+// when they place every text track's blocks, else from one walk of the clusters that stops at the
+// first damage, keeping what came before. Fails only when the header cannot be read.
+Index matroskaTextTracks(Reader& reader);
+
 } // namespace qv

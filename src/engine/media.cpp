@@ -118,8 +118,16 @@ QVMedia::QVMedia(qv::TextTracksOnly, std::unique_ptr<qv::Source> source, qv::Can
                  void* context)
     : reader(std::move(source), cancel, context)
 {
-    format = QV_MEDIA_FORMAT_MP4_TEXT;
-    subtitles = std::make_unique<qv::SubtitleFeed>(qv::readIsoTextTracks(reader));
+    if (qv::probeMatroska(reader)) {
+        qv::Index index = qv::matroskaTextTracks(reader);
+        format = QV_MEDIA_FORMAT_MATROSKA;
+        timecodeScale = index.timecodeScale;
+        subtitles = std::make_unique<qv::SubtitleFeed>(std::move(index.subtitles));
+        attachments = std::move(index.attachments);
+    } else {
+        format = QV_MEDIA_FORMAT_MP4_TEXT;
+        subtitles = std::make_unique<qv::SubtitleFeed>(qv::readIsoTextTracks(reader));
+    }
     reader.dropCache();
 }
 

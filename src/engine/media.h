@@ -36,7 +36,8 @@ QVMedia* openTextTracks(const SourceMaker& makeSource, CancelFn cancel, void* co
 std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
                                void* context) noexcept;
 
-// Picks the constructor that reads only the text tracks of an MP4 or QuickTime file.
+// Picks the constructor that reads only the text tracks of a file the platform plays: MP4 or
+// QuickTime, or Matroska/WebM whatever its other tracks are.
 struct TextTracksOnly {};
 
 } // namespace qv
@@ -46,7 +47,7 @@ struct QVMedia {
     QVMedia(std::unique_ptr<qv::Source> source, qv::CancelFn cancel, void* context,
             qv::SourceMaker reopen = {});
     QVMedia(const char* path, qv::CancelFn cancel, void* context);
-    // Reads the text tracks of an MP4 or QuickTime file and nothing else: no virtual file.
+    // Reads the text tracks (and a Matroska file's attachments) and nothing else: no virtual file.
     QVMedia(qv::TextTracksOnly, std::unique_ptr<qv::Source> source, qv::CancelFn cancel,
             void* context);
 

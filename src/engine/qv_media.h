@@ -36,7 +36,7 @@ typedef struct QVMedia QVMedia;
 typedef int (*qv_media_cancel_fn)(void* context);
 
 /* Format codes returned by qv_media_format; QV_MEDIA_FORMAT_MP4_TEXT only for a handle from
- * qv_media_open_text_tracks. */
+ * qv_media_open_text_tracks of an MP4 or QuickTime file. */
 enum { QV_MEDIA_FORMAT_MATROSKA = 1, QV_MEDIA_FORMAT_FLV = 2, QV_MEDIA_FORMAT_MP4_TEXT = 3 };
 
 /*
@@ -84,25 +84,38 @@ enum { QV_MEDIA_HAS_AUDIO = 1, QV_MEDIA_HAS_VIDEO = 2 };
 QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* context, uint32_t* error);
 
 /*
- * Opens the file at `path`, an MP4, M4V or QuickTime file that the platform plays itself, only for
- * its timed-text subtitle tracks: 3GPP timed text ("tx3g", ffmpeg's mov_text), given as
- * "S_TEXT/UTF8" with plain text (its style boxes are left out), and WebVTT in MP4 ("wvtt"), given
- * as "S_TEXT/WEBVTT" with each cue's payload and the track's configuration box (the WebVTT header)
- * as codec_private. Only the movie box and the text samples are read, on the calling thread; every
- * event is known when it returns, in time order, with the track's edit list applied, so `complete`
- * is 1. A sample without text is a gap, not an event; a wvtt sample with several cues gives one
- * event each. Languages come from the mdhd box ("und" when the file does not say); is_default is
- * the track's enabled flag, forced the tx3g "all samples forced" display flag; name is the udta
- * name box, "" without one. The limits of the Matroska text tracks below apply; a track that
- * breaks its bounds or holds values out of range is left out, and a track without events too.
+ * Opens the file at `path`, one that the platform plays itself, only for its text subtitle tracks.
  *
- * The handle answers the subtitle functions below and qv_media_format (QV_MEDIA_FORMAT_MP4_TEXT);
- * it holds no virtual file: no tracks, size 0, no attachments. Close it with qv_media_close.
- * `cancel`, `context` and `error` as for qv_media_open; errors: QV_MEDIA_UNSUPPORTED when the file
- * does not start like an ISO BMFF/QuickTime file or has no movie box, QV_MEDIA_MALFORMED when its
- * top-level boxes or the movie box break their bounds (or path is null), QV_MEDIA_TOO_LARGE past
- * 100,000 boxes, and the codes of a failed or cancelled read. A file without text tracks opens
- * with 0 subtitle tracks. qv_media_open still refuses these files (QV_MEDIA_UNSUPPORTED).
+ * An MP4, M4V or QuickTime file: its timed-text tracks, 3GPP timed text ("tx3g", ffmpeg's
+ * mov_text), given as "S_TEXT/UTF8" with plain text (its style boxes are left out), and WebVTT in
+ * MP4 ("wvtt"), given as "S_TEXT/WEBVTT" with each cue's payload and the track's configuration box
+ * (the WebVTT header) as codec_private. Only the movie box and the text samples are read. A sample
+ * without text is a gap, not an event; a wvtt sample with several cues gives one event each; the
+ * track's edit list is applied. Languages come from the mdhd box ("und" when the file does not
+ * say); is_default is the track's enabled flag, forced the tx3g "all samples forced" display flag;
+ * name is the udta name box, "" without one. The limits of the Matroska text tracks below apply; a
+ * track that breaks its bounds or holds values out of range is left out, and a track without
+ * events too. qv_media_open refuses these files (QV_MEDIA_UNSUPPORTED).
+ *
+ * A Matroska or WebM file that qv_media_open may refuse (Vorbis, DTS or MPEG-4 Part 2 tracks, a
+ * file cut short, ...): its text subtitle tracks and font attachments, exactly as qv_media_open
+ * keeps them, while every other track entry, of any codec, is passed over without a verdict. The
+ * header elements before the first Cluster are read; a Segment whose size runs past the end of
+ * the file is read up to the end. The events then come from exactly the blocks the Cues place
+ * (CueRelativePosition) when they place blocks of every text track, as mkvmerge writes them;
+ * otherwise from one walk of the clusters, reading block headers and the text blocks, which stops
+ * at the first damaged or cut cluster element and keeps the events before it (attachments written
+ * after the clusters are found on that walk too). Both happen inside this call.
+ *
+ * Either way every event is known when it returns, in time order, so `complete` is 1, and the
+ * handle answers the subtitle and attachment functions below and qv_media_format
+ * (QV_MEDIA_FORMAT_MP4_TEXT, or QV_MEDIA_FORMAT_MATROSKA); it holds no virtual file: no tracks,
+ * size 0. Close it with qv_media_close. `cancel`, `context` and `error` as for qv_media_open, the
+ * cancellation callback polled throughout; errors: QV_MEDIA_UNSUPPORTED when the file starts like
+ * neither format, has no movie box or is a Matroska file of another DocType, QV_MEDIA_MALFORMED
+ * when the top-level boxes, the movie box, or the EBML header and the Segment's elements up to the
+ * first Cluster break their bounds (or path is null), QV_MEDIA_TOO_LARGE past 100,000 boxes, and
+ * the codes of a failed or cancelled read. A file without text tracks opens with 0 subtitle tracks.
  */
 QVMedia* qv_media_open_text_tracks(const char* path, qv_media_cancel_fn cancel, void* context,
                                    uint32_t* error);
@@ -194,7 +207,8 @@ int64_t qv_media_read(QVMedia* media, uint64_t offset, uint8_t* buffer, uint64_t
 int32_t qv_media_transport_presence(const char* path, qv_media_cancel_fn cancel, void* context);
 
 /*
- * Text subtitles and attachments (Matroska; MP4 text tracks through qv_media_open_text_tracks).
+ * Text subtitles and attachments (Matroska; MP4 text tracks, and the Matroska files the engine
+ * does not play, through qv_media_open_text_tracks).
  * Text subtitle tracks ("S_TEXT/UTF8", "S_TEXT/ASS", "S_TEXT/SSA", "S_TEXT/WEBVTT") are not part of
  * the virtual MP4; their events are kept by the handle (at most 200,000 events and 16,777,216 text
  * bytes per track, 32 tracks; later events are cut, a laced or unreadable block is skipped). A

@@ -357,10 +357,13 @@ IsoFile isoFile()
 
 using EventList = std::vector<std::tuple<std::int64_t, std::int64_t, std::string>>;
 
-// The tracks of a text-track handle as (codec, language, name, default, events), or the code.
+// The tracks of a text-track handle as (codec, language, name, default, events), its format and
+// attachments (name and bytes), or the code.
 struct TextTracks {
     std::uint32_t code = 0;
     std::vector<std::tuple<std::string, std::string, std::string, bool, EventList>> tracks;
+    std::uint32_t format = 0;
+    std::vector<std::pair<std::string, std::string>> attachments;
 };
 
 TextTracks textTracksOf(const Bytes& bytes)
@@ -385,9 +388,16 @@ TextTracks textTracksOf(const Bytes& bytes)
         result.tracks.emplace_back(track.codec_id, track.language, track.name,
                                    track.is_default != 0, events);
     }
-    if (media) {
-        EXPECT_EQ(qv_media_format(media), std::uint32_t(QV_MEDIA_FORMAT_MP4_TEXT));
-        EXPECT_EQ(qv_media_size(media), 0u);
+    EXPECT_EQ(qv_media_size(media), 0u);
+    result.format = qv_media_format(media);
+    for (std::uint32_t a = 0; a < qv_media_attachments(media); ++a) {
+        QVMediaAttachment attachment{};
+        EXPECT_EQ(qv_media_attachment(media, a, &attachment), 0);
+        std::string data(attachment.size, '\0');
+        EXPECT_EQ(qv_media_attachment_read(
+                      media, a, 0, reinterpret_cast<std::uint8_t*>(data.data()), data.size()),
+                  std::int64_t(data.size()));
+        result.attachments.emplace_back(attachment.name, data);
     }
     qv_media_close(media);
     return result;
@@ -402,6 +412,7 @@ TEST(Mp4Text, TracksAndEventsAsWritten)
 {
     const auto found = textTracksOf(isoFile().bytes);
     ASSERT_EQ(found.code, 0u);
+    EXPECT_EQ(found.format, std::uint32_t(QV_MEDIA_FORMAT_MP4_TEXT));
     ASSERT_EQ(found.tracks.size(), 2u);
     EXPECT_EQ(found.tracks[0], std::make_tuple(std::string("S_TEXT/UTF8"), std::string("fra"),
                                                std::string("Français"), true,
@@ -428,8 +439,9 @@ TEST(Mp4Text, DamageDropsTheTrackOrRefusesTheFile)
     Bytes overrun = good.bytes;
     std::copy_n(be(good.bytes.size(), 4).begin(), 4, overrun.begin() + std::ptrdiff_t(good.moov));
     const std::vector<std::tuple<const char*, Bytes, std::uint32_t, std::size_t>> cases{
-        {"a Matroska file", matroskaFile(aacTrack(), cluster(0, simpleBlock(0, true, {1}))),
-         qv::kUnsupported, 0},
+        {"an EBML file of another type",
+         cat({ebmlHeader("other"), el(0x18538067, el(0x1654AE6B, aacTrack()))}), qv::kUnsupported,
+         0},
         {"no moov", Bytes(good.bytes.begin(), good.bytes.begin() + std::ptrdiff_t(good.moov)),
          qv::kUnsupported, 0},
         {"moov past the end", overrun, qv::kMalformed, 0},
@@ -448,4 +460,74 @@ TEST(Mp4Text, DamageDropsTheTrackOrRefusesTheFile)
     std::uint32_t code = 0;
     EXPECT_EQ(openBytes(good.bytes, code), nullptr);
     EXPECT_EQ(code, qv::kUnsupported);
+}
+
+// Matroska files the engine does not play (MPEG-4 Part 2 video with a width it would refuse,
+// Vorbis): only the text tracks and fonts are read, their events from the Cues when those place
+// every text block, else from a walk of the clusters that a cut file ends at the cut.
+TEST(MatroskaText, TracksOfFilesTheEngineRefuses)
+{
+    const auto tracks =
+        el(0x1654AE6B,
+           cat({el(0xAE, cat({uintEl(0xD7, 1, 1), uintEl(0x83, 1, 1),
+                              textEl(0x86, "V_MPEG4/ISO/ASP"), el(0xE0, uintEl(0xB0, 70000))})),
+                audioTrack("A_VORBIS", {}, 2),
+                subtitleTrack(3, "S_TEXT/UTF8", textEl(0x22B59C, "fre")),
+                subtitleTrack(4, "S_TEXT/UTF8", el(0x6D80, {}))}));
+    const auto attachments =
+        el(0x1941A469, el(0x61A7, cat({textEl(0x466E, "Sub.ttf"), textEl(0x4660, "font/ttf"),
+                                       el(0x465C, text("FONT"))})));
+    const auto video = simpleBlock(0, true, Bytes(40, 1));
+    const auto one = blockOf(3, 500, "one", 0x80, 1000);
+    const auto two = blockOf(3, 0, "two");
+    const auto first = cluster(0, cat({video, one, blockOf(2, 0, "vorbis")}));
+    const auto second = cluster(3000, cat({two, video, blockOf(3, 1000, "three")}));
+    const auto file = [&](const Bytes& cues) {
+        return cat({ebmlHeader("matroska"),
+                    el(0x18538067, cat({tracks, attachments, cues, first, second}))});
+    };
+    // Cues naming "one" and "three" by their places in the clusters (every field four bytes wide,
+    // so the Cues' size does not depend on the values).
+    const auto cuePoint = [](std::uint64_t time, std::uint64_t cluster, std::uint64_t relative) {
+        return el(0xBB,
+                  cat({uintEl(0xB3, time), el(0xB7, cat({uintEl(0xF7, 3), uintEl(0xF1, cluster),
+                                                         uintEl(0xF0, relative)}))}));
+    };
+    const auto cues = [&](std::uint64_t firstAt) {
+        const auto secondAt = firstAt + first.size();
+        return el(0x1C53BB6B, cat({cuePoint(500, firstAt, 11 + video.size()),
+                                   cuePoint(4000, secondAt, 11 + two.size() + video.size())}));
+    };
+    const auto placed = cues(tracks.size() + attachments.size() + cues(0).size());
+    const Bytes walked = file({});
+    const Bytes cut(walked.begin(), walked.end() - 3);
+
+    const std::vector<std::tuple<const char*, Bytes, std::uint32_t, EventList>> cases{
+        {"walked", walked, 0, {{500, 1000, "one"}, {3000, 1000, "two"}, {4000, 0, "three"}}},
+        {"cut inside the last block", cut, 0, {{500, 1000, "one"}, {3000, 0, "two"}}},
+        {"cued: the blocks the Cues place",
+         file(placed),
+         0,
+         {{500, 1000, "one"}, {4000, 0, "three"}}},
+        {"cut inside the track list",
+         Bytes(walked.begin(), walked.begin() + 80),
+         qv::kMalformed,
+         {}},
+    };
+    for (const auto& [what, bytes, code, events] : cases) {
+        const auto found = textTracksOf(bytes);
+        EXPECT_EQ(found.code, code) << what;
+        if (code != 0) continue;
+        EXPECT_EQ(found.format, std::uint32_t(QV_MEDIA_FORMAT_MATROSKA)) << what;
+        ASSERT_EQ(found.tracks.size(), 1u) << what;
+        EXPECT_EQ(found.tracks[0], std::make_tuple(std::string("S_TEXT/UTF8"), std::string("fra"),
+                                                   std::string(), true, events))
+            << what;
+        EXPECT_EQ(found.attachments,
+                  (std::vector<std::pair<std::string, std::string>>{{"Sub.ttf", "FONT"}}))
+            << what;
+    }
+    std::uint32_t code = 0;
+    EXPECT_EQ(openBytes(walked, code), nullptr);
+    EXPECT_EQ(code, qv::kMalformed);
 }

@@ -132,7 +132,7 @@ int subtitles(const char* path)
 {
     std::uint32_t code = 0;
     Media media(qv_media_open(path, nullptr, nullptr, &code));
-    if (!media && code == QV_MEDIA_UNSUPPORTED)
+    if (!media && (code == QV_MEDIA_UNSUPPORTED || code == QV_MEDIA_MALFORMED))
         media.reset(qv_media_open_text_tracks(path, nullptr, nullptr, &code));
     if (!media) return failWith(code);
     // In the fragmented layout events arrive while the file is open: wait for all of them.
