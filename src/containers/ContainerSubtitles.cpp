@@ -117,7 +117,7 @@ std::shared_ptr<const ContainerSubtitles> readContainerSubtitles(std::shared_ptr
 }
 
 std::shared_ptr<const ContainerSubtitles>
-readMp4TextSubtitles(const QString& path, std::shared_ptr<std::atomic_bool> cancel)
+readTextSubtitles(const QString& path, std::shared_ptr<std::atomic_bool> cancel)
 {
     const QByteArray nativePath = QFile::encodeName(path);
     uint32_t code = 0;
@@ -125,7 +125,7 @@ readMp4TextSubtitles(const QString& path, std::shared_ptr<std::atomic_bool> canc
         qv_media_open_text_tracks(nativePath.constData(), engine::cancelCallback(cancel),
                                   engine::cancelContext(cancel), &code);
     if (!handle) return nullptr;
-    // Kept like a container's handle; it holds nothing but the events, all read by now.
+    // Kept like a container's handle: it holds the events, all read by now, and reads the fonts.
     std::shared_ptr<QVMedia> shared(
         handle, [cancel = std::move(cancel)](QVMedia* media) { qv_media_close(media); });
     return readContainerSubtitles(std::move(shared));

@@ -72,10 +72,13 @@ private:
 // Null when the file has no text subtitle track.
 std::shared_ptr<const ContainerSubtitles> readContainerSubtitles(std::shared_ptr<QVMedia> engine);
 
-// The timed-text tracks (tx3g, wvtt) of an MP4, M4V or QuickTime file, which the platform plays
-// itself, with every event; read on the calling thread, quickly (the movie box and the text
-// samples). Null when the file has none, cannot be read, or `cancel` is set meanwhile.
+// The text tracks of a file the platform plays itself, with every event: the timed text (tx3g,
+// wvtt) of an MP4, M4V or QuickTime file, or the text tracks and fonts of a Matroska/WebM file
+// whatever its other tracks (up to the damage of a cut one). Read on the calling thread: the
+// movie box and the text samples, or the header and the cued text blocks (else a walk of the
+// clusters). Null when the file has none, cannot be read, or `cancel` is set meanwhile. The
+// handle stays open with the result, for the fonts.
 std::shared_ptr<const ContainerSubtitles>
-readMp4TextSubtitles(const QString& path, std::shared_ptr<std::atomic_bool> cancel = {});
+readTextSubtitles(const QString& path, std::shared_ptr<std::atomic_bool> cancel = {});
 
 } // namespace quorvane

@@ -21,6 +21,13 @@ bool usesContainerPath(const QUrl& url)
            suffix == QLatin1String("webm") || suffix == QLatin1String("flv");
 }
 
+bool isMatroska(const QUrl& url)
+{
+    const QString suffix = lowerSuffix(url);
+    return suffix == QLatin1String("mkv") || suffix == QLatin1String("mka") ||
+           suffix == QLatin1String("webm");
+}
+
 bool hasIsoTimedText(const QUrl& url)
 {
     const QString suffix = lowerSuffix(url);

@@ -13,6 +13,8 @@ namespace quorvane::nativemedia {
 
 // Matroska, WebM and FLV go through the container engine; the test ignores letter case.
 bool usesContainerPath(const QUrl& url);
+// Matroska and WebM files (any letter case).
+bool isMatroska(const QUrl& url);
 // MP4, M4V and QuickTime files, whose timed-text tracks we read and draw ourselves.
 bool hasIsoTimedText(const QUrl& url);
 // MPEG transport streams, whose streams are probed and compared with what the player loaded.

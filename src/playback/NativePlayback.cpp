@@ -33,10 +33,11 @@ constexpr int kFirstFrameTimeoutMs = 3000;
 // file) still completes after this long, so the owner never waits forever.
 constexpr int kSeekFallbackMs = 1500;
 constexpr qint64 kDefaultFrameMs = 40;
-// How much longer than the player the read of an MP4's text tracks may delay Ready. It reads only
-// the movie box and the text samples, so it normally finishes first; past this the player's own
-// subtitle tracks are listed instead.
-constexpr int kTimedTextWaitMs = 2000;
+// How much longer than the player the read of a file's text tracks may delay Ready. It reads only
+// an MP4's movie box and text samples, or a Matroska file's header and its cued text blocks (a
+// walk of the clusters when they are not cued), so it normally finishes first; past this the
+// player's own subtitle tracks are listed instead.
+constexpr int kTextTracksWaitMs = 2000;
 
 } // namespace
 
@@ -63,7 +64,7 @@ NativePlayback::NativePlayback(Route route, QObject* parent)
 NativePlayback::~NativePlayback()
 {
     bumpGeneration();
-    if (m_timedTextCancel) m_timedTextCancel->store(true);
+    if (m_textTracksCancel) m_textTracksCancel->store(true);
     m_onEvent = nullptr;
     delete m_audioValidation.data();
     m_player->setSource(QUrl());
@@ -161,27 +162,31 @@ void NativePlayback::open(const QUrl& url)
         return;
     }
     m_phase = Phase::Loading;
-    if (nativemedia::hasIsoTimedText(url)) readTimedText(url);
+    // The platform draws text subtitles badly (a line stays up after its end, the last is lost,
+    // no styles or embedded fonts): where we can read a file's text tracks, we draw them.
+    if (nativemedia::hasIsoTimedText(url) ||
+        (m_route == Route::Platform && nativemedia::isMatroska(url)))
+        readTextTracks(url);
     startPlayer(url, nullptr);
 }
 
-void NativePlayback::readTimedText(const QUrl& url)
+void NativePlayback::readTextTracks(const QUrl& url)
 {
     const quint64 generation = m_generation;
-    m_timedTextPending = true;
+    m_textTracksPending = true;
     auto cancel = std::make_shared<std::atomic_bool>(false);
-    m_timedTextCancel = cancel;
+    m_textTracksCancel = cancel;
     using Result = std::shared_ptr<const ContainerSubtitles>;
     auto* watcher = new QFutureWatcher<Result>(this);
     connect(watcher, &QFutureWatcherBase::finished, this, [this, watcher, generation] {
         watcher->deleteLater();
-        if (generation != m_generation || !m_timedTextPending) return;
-        m_timedTextPending = false;
-        m_timedText = watcher->result();
+        if (generation != m_generation || !m_textTracksPending) return;
+        m_textTracksPending = false;
+        m_textTracks = watcher->result();
         checkReady();
     });
     watcher->setFuture(QtConcurrent::run(
-        [path = url.toLocalFile(), cancel] { return readMp4TextSubtitles(path, cancel); }));
+        [path = url.toLocalFile(), cancel] { return readTextSubtitles(path, cancel); }));
 }
 
 void NativePlayback::containerOpened()
@@ -247,10 +252,10 @@ void NativePlayback::stop()
     m_transportAudio = m_transportVideo = false;
     m_hdr = m_ended = false;
     m_audioID = m_subtitleID = 0;
-    if (m_timedTextCancel) m_timedTextCancel->store(true);
-    m_timedTextCancel.reset();
-    m_timedText.reset();
-    m_timedTextPending = m_timedTextWaited = m_ownSubtitles = false;
+    if (m_textTracksCancel) m_textTracksCancel->store(true);
+    m_textTracksCancel.reset();
+    m_textTracks.reset();
+    m_textTracksPending = m_textTracksWaited = m_ownSubtitles = false;
     dropTrackSwitch();
     m_frameSize = {};
     m_player->setSource(QUrl());
@@ -525,14 +530,14 @@ void NativePlayback::checkReady()
         return;
     }
 
-    if (m_timedTextPending) {
-        if (!std::exchange(m_timedTextWaited, true)) {
+    if (m_textTracksPending) {
+        if (!std::exchange(m_textTracksWaited, true)) {
             const quint64 generation = m_generation;
-            QTimer::singleShot(kTimedTextWaitMs, this, [this, generation] {
-                if (generation != m_generation || !m_timedTextPending) return;
+            QTimer::singleShot(kTextTracksWaitMs, this, [this, generation] {
+                if (generation != m_generation || !m_textTracksPending) return;
                 qCInfo(lcNative) << "the text tracks took too long to read; listing the player's";
-                m_timedTextPending = false;
-                m_timedTextCancel->store(true);
+                m_textTracksPending = false;
+                m_textTracksCancel->store(true);
                 checkReady();
             });
         }
@@ -563,13 +568,13 @@ void NativePlayback::checkReady()
     }
     m_frameRate = info.frameRate;
     // Text tracks we read ourselves replace the player's, so that their ids and selection are ours.
-    m_ownSubtitles = m_timedText != nullptr;
+    m_ownSubtitles = m_textTracks != nullptr;
     info.tracks = nativemedia::playbackTracks(m_player->audioTracks(),
                                               m_ownSubtitles ? QList<QMediaMetaData>()
                                                              : m_player->subtitleTracks());
     if (m_container) nativemedia::labelContainerAudio(info.tracks, m_container->tracks());
     if (m_container) info.embeddedSubtitles = m_container->subtitles();
-    if (m_ownSubtitles) info.embeddedSubtitles = m_timedText;
+    if (m_ownSubtitles) info.embeddedSubtitles = m_textTracks;
 
     // Subtitles start off; the user turns them on from the track menu.
     if (!m_player->subtitleTracks().isEmpty()) m_player->setActiveSubtitleTrack(-1);

@@ -81,7 +81,7 @@ private:
     enum class Phase { Idle, Opening, Loading, Ready, Failed };
 
     void startPlayer(const QUrl& source, QIODevice* device);
-    void readTimedText(const QUrl& url);
+    void readTextTracks(const QUrl& url);
     void containerOpened();
     void bumpGeneration();
     void handleStatus(QMediaPlayer::MediaStatus status);
@@ -117,12 +117,13 @@ private:
     QUrl m_url;
     std::unique_ptr<NativeContainerSource> m_container;
     QPointer<AudioValidation> m_audioValidation;
-    // The timed-text tracks of an MP4/QuickTime file, read on a worker while the player loads it.
+    // The text tracks of an MP4/QuickTime file, or of a Matroska/WebM file the platform plays, read
+    // on a worker while the player loads it.
     // When found they are drawn by us: Qt's subtitle tracks are not listed and never switched.
-    std::shared_ptr<std::atomic_bool> m_timedTextCancel;
-    std::shared_ptr<const ContainerSubtitles> m_timedText;
-    bool m_timedTextPending = false;
-    bool m_timedTextWaited = false; // the bound on waiting for the read is running
+    std::shared_ptr<std::atomic_bool> m_textTracksCancel;
+    std::shared_ptr<const ContainerSubtitles> m_textTracks;
+    bool m_textTracksPending = false;
+    bool m_textTracksWaited = false; // the bound on waiting for the read is running
     bool m_ownSubtitles = false;
 
     // What has to be known before Ready.

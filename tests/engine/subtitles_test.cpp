@@ -215,7 +215,8 @@ QVMedia* openIn(const std::string& path, const char* layout)
 } // namespace
 
 // A SubRip line every half second and an ASS line every three seconds over 20 clusters; the Cues
-// of one file list every subtitle block, those of the other only the video.
+// of one file list every subtitle block, those of the other only the video. The fragmented layout
+// and the text-only read find the events the full index does.
 TEST(Subtitles, FragmentedLayoutFindsEveryEvent)
 {
     for (const char* name : {"subtitles_cued.mkv", "subtitles_uncued.mkv"}) {
@@ -230,6 +231,13 @@ TEST(Subtitles, FragmentedLayoutFindsEveryEvent)
         ASSERT_EQ(expected[1].size(), 10u);
         EXPECT_EQ(expected[0][3], std::make_tuple(1'500'000'000ll, 400'000'000ll, "line 3"));
         EXPECT_EQ(std::get<2>(expected[1][9]), "9,0,Sign,,0,0,0,,{\\pos(10,10)}sign 9");
+
+        // Read for the text tracks alone (from the Cues, or a walk of the clusters): the same.
+        std::uint32_t code = 0;
+        QVMedia* text = qv_media_open_text_tracks(path.c_str(), nullptr, nullptr, &code);
+        EXPECT_EQ(eventsOf(text), expected) << name;
+        EXPECT_TRUE(complete(text));
+        qv_media_close(text);
 
         // Asked for from the middle: the thread collects the rest, the same events come out.
         QVMedia* media = openIn(path, "fragmented");

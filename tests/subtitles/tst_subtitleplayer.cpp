@@ -1,5 +1,6 @@
-// End to end: the player opens a Matroska file with embedded SubRip and forced ASS tracks, and an
-// MP4 with timed text, through the real backend, and the overlay over it shows the right line at
+// End to end: the player opens a Matroska file with embedded SubRip and forced ASS tracks, and
+// files the platform plays with text tracks (an MP4 with timed text, a Matroska file the engine
+// refuses), through the real backends, and the overlay over it shows the right line at
 // chosen times, then none.
 #include "Ink.h"
 #include "Player.h"
@@ -84,11 +85,19 @@ private slots:
         QVERIFY(inkOf(window.grabWindow()).box.isEmpty());
     }
 
-    // MP4 timed text is read by us and drawn by our overlay, not the platform's: each line is shown
-    // while its cue runs and gone after its end, the last one too.
-    void timedTextDrawnByTheOverlay()
+    // Files the platform plays (MP4 timed text; Matroska with MPEG-4 Part 2 and Vorbis, which the
+    // engine refuses) have their text read by us and drawn by our overlay, not the platform's: each
+    // line is shown while its cue runs and gone after its end, the last one too.
+    void platformTextDrawnByTheOverlay_data()
     {
-        const QString path = u"" QV_FIXTURE_DIR "/tx3g.mp4"_s;
+        QTest::addColumn<QString>("name");
+        QTest::newRow("mp4 timed text") << u"tx3g.mp4"_s;
+        QTest::newRow("matroska the engine refuses") << u"mpeg4_vorbis_srt.mkv"_s;
+    }
+    void platformTextDrawnByTheOverlay()
+    {
+        QFETCH(QString, name);
+        const QString path = u"" QV_FIXTURE_DIR "/"_s + name;
         if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
         Stage stage(m_dir.filePath(u"settings.ini"_s));
         Player& player = stage.player;
