@@ -9,6 +9,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <span>
 #include <vector>
 
@@ -82,8 +83,9 @@ void readBack(const std::uint8_t* data, std::size_t size, const char* layout)
     qv_media_close(media);
 }
 
-// Opens the input for its MP4 text tracks alone and walks every event, which must come in time
-// order with a length within the event limit.
+// Opens the input for its text tracks alone (MP4, or Matroska whatever its other tracks) and walks
+// every event, which must come in time order with a length within the event limit, and reads the
+// attachments.
 void readTextTracks(const std::uint8_t* data, std::size_t size)
 {
     std::uint32_t error = 0;
@@ -95,7 +97,7 @@ void readTextTracks(const std::uint8_t* data, std::size_t size)
     for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media); ++t) {
         QVMediaSubtitleTrack track{};
         if (qv_media_subtitle_track(media, t, &track) != 0 || track.complete != 1) std::abort();
-        std::int64_t previous = 0;
+        std::int64_t previous = std::numeric_limits<std::int64_t>::min();
         for (std::uint64_t e = 0; e < track.event_count; ++e) {
             QVMediaSubtitleEvent event{};
             if (qv_media_subtitle_event(media, t, e, &event) != 0) std::abort();
@@ -107,6 +109,9 @@ void readTextTracks(const std::uint8_t* data, std::size_t size)
                 sink = sink ^ event.text[i];
         }
     }
+    std::uint8_t bytes[64];
+    for (std::uint32_t a = 0; a < qv_media_attachments(media); ++a)
+        qv_media_attachment_read(media, a, 0, bytes, sizeof bytes);
     qv_media_close(media);
 }
 
