@@ -380,6 +380,12 @@ void Demuxer::header()
 void Demuxer::segmentChildren(const Element& segment)
 {
     for (auto p = segment.start; p < segment.end;) {
+        // The first Cluster of a cut file may run past its end: only where it starts matters here.
+        if (m_head && m_textOnly &&
+            ebml::vint(m_reader, p, segment.end, true).value == mkv::kCluster) {
+            m_head->firstCluster = p;
+            return;
+        }
         const Element e = ebml::element(m_reader, p, segment.end);
         switch (e.id) {
         case mkv::kInfo:

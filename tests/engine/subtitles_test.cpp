@@ -509,10 +509,16 @@ TEST(MatroskaText, TracksOfFilesTheEngineRefuses)
     const auto placed = cues(tracks.size() + attachments.size() + cues(0).size());
     const Bytes walked = file({});
     const Bytes cut(walked.begin(), walked.end() - 3);
+    const auto firstCut = ebmlHeader("matroska").size() + 12 + tracks.size() + attachments.size() +
+                          12 + 11 + video.size() + one.size() + 5;
 
     const std::vector<std::tuple<const char*, Bytes, std::uint32_t, EventList>> cases{
         {"walked", walked, 0, {{500, 1000, "one"}, {3000, 1000, "two"}, {4000, 0, "three"}}},
         {"cut inside the last block", cut, 0, {{500, 1000, "one"}, {3000, 0, "two"}}},
+        {"cut inside the first cluster",
+         Bytes(walked.begin(), walked.begin() + firstCut),
+         0,
+         {{500, 1000, "one"}}},
         {"cued: the blocks the Cues place",
          file(placed),
          0,
