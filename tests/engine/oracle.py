@@ -222,27 +222,32 @@ def named(args, tmp):
 
 
 def timed_text(args):
-    """The events `qvmedia subtitles` reads from an MP4's tx3g track are ffprobe's subtitle packets
-    that hold text: same start, duration and text (the 16-bit length and style boxes removed)."""
-    path = os.path.join(args.fixtures, 'tx3g.mp4')
-    data = json.loads(run(['-v', 'error', '-select_streams', 's', '-show_packets', '-show_data', '-of',
-                           'json', path], 'ffprobe', check=True).stdout)
-    expected = []
-    for p in data.get('packets', []):
-        raw = bytes.fromhex(''.join(line.split(':', 1)[1][:40].replace(' ', '')
-                                    for line in p.get('data', '').splitlines() if ':' in line))
-        length = int.from_bytes(raw[:2], 'big')
-        if length:
-            expected.append((round(float(p['pts_time']), 3), round(float(p['duration_time']), 3),
-                             raw[2:2 + length].decode('utf-8')))
-    result = run(['subtitles', path], args.qvmedia)
-    if result.returncode:
-        return fail('tx3g.mp4', f'qvmedia subtitles failed: {result.stderr.strip()}')
-    tracks = json.loads(result.stdout)['tracks']
-    got = [(round(e['start'], 3), round(e['duration'], 3), e['text'])
-           for t in tracks for e in t['events']]
-    if len(tracks) != 1 or tracks[0]['codec'] != 'S_TEXT/UTF8' or got != expected or len(got) != 2:
-        fail('tx3g.mp4', f'qvmedia reads {tracks}, ffprobe {expected}')
+    """The events `qvmedia subtitles` reads from the text track of a file the platform plays (an
+    MP4's tx3g track; the SubRip track of a Matroska file the engine refuses) are ffprobe's subtitle
+    packets that hold text: same start, duration and text (tx3g's 16-bit length and style boxes
+    removed)."""
+    for name, prefixed in (('tx3g.mp4', True), ('mpeg4_vorbis_srt.mkv', False)):
+        path = os.path.join(args.fixtures, name)
+        data = json.loads(run(['-v', 'error', '-select_streams', 's', '-show_packets', '-show_data',
+                               '-of', 'json', path], 'ffprobe', check=True).stdout)
+        expected = []
+        for p in data.get('packets', []):
+            raw = bytes.fromhex(''.join(line.split(':', 1)[1][:40].replace(' ', '')
+                                        for line in p.get('data', '').splitlines() if ':' in line))
+            length = int.from_bytes(raw[:2], 'big') if prefixed else len(raw)
+            if length:
+                text = raw[2:2 + length] if prefixed else raw
+                expected.append((round(float(p['pts_time']), 3), round(float(p['duration_time']), 3),
+                                 text.decode('utf-8')))
+        result = run(['subtitles', path], args.qvmedia)
+        if result.returncode:
+            fail(name, f'qvmedia subtitles failed: {result.stderr.strip()}')
+            continue
+        tracks = json.loads(result.stdout)['tracks']
+        got = [(round(e['start'], 3), round(e['duration'], 3), e['text'])
+               for t in tracks for e in t['events']]
+        if len(tracks) != 1 or tracks[0]['codec'] != 'S_TEXT/UTF8' or got != expected or len(got) != 2:
+            fail(name, f'qvmedia reads {tracks}, ffprobe {expected}')
 
 
 def seek(args, tmp):
