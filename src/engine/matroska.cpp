@@ -245,9 +245,10 @@ Index Demuxer::textTracks()
     return std::move(m_index);
 }
 
-// Muxers such as mkvmerge cue every subtitle block with its place in the cluster; then exactly
-// those blocks are read. False, with nothing read, when the Cues leave any text track's blocks
-// unplaced (no cue for the track, or a cue without CueRelativePosition) or cannot be read.
+// Muxers such as mkvmerge and ffmpeg cue every subtitle block with its place in the cluster; then
+// exactly those blocks are read. False, with no event kept, when the Cues leave any text track's
+// blocks unplaced (no cue for the track, or a cue without CueRelativePosition), cannot be read,
+// or name a place that holds no text block.
 bool Demuxer::cuedTextBlocks(const MatroskaHead& head)
 {
     std::vector<std::uint64_t> numbers;
@@ -275,13 +276,29 @@ bool Demuxer::cuedTextBlocks(const MatroskaHead& head)
         places.emplace_back(cue.cluster, *cue.relative);
     std::sort(places.begin(), places.end());
     places.erase(std::unique(places.begin(), places.end()), places.end());
+    const auto found = [this] {
+        std::uint64_t n = 0;
+        for (const auto& s : m_index.subtitles)
+            n += s.events.size() + s.cutEvents;
+        return n;
+    };
     for (const auto& [clusterAt, relative] : places) {
         m_reader.check();
+        const auto before = found();
         try {
             blockIn(clusterAt, relative);
         } catch (const Failure& failure) {
-            // A cue past a cut or pointing at no block loses that one event.
             if (fatal(failure)) throw;
+        }
+        // A cue that names no text block (past a cut, or a muxer's wrong position) leaves the
+        // Cues untrusted: the clusters are walked instead.
+        if (found() == before) {
+            for (auto& s : m_index.subtitles) {
+                s.events.clear();
+                s.textBytes = 0;
+                s.cutEvents = 0;
+            }
+            return false;
         }
     }
     return true;

@@ -501,12 +501,14 @@ TEST(MatroskaText, TracksOfFilesTheEngineRefuses)
                   cat({uintEl(0xB3, time), el(0xB7, cat({uintEl(0xF7, 3), uintEl(0xF1, cluster),
                                                          uintEl(0xF0, relative)}))}));
     };
-    const auto cues = [&](std::uint64_t firstAt) {
+    const auto cues = [&](std::uint64_t firstAt, std::uint64_t threeAt) {
         const auto secondAt = firstAt + first.size();
         return el(0x1C53BB6B, cat({cuePoint(500, firstAt, 11 + video.size()),
-                                   cuePoint(4000, secondAt, 11 + two.size() + video.size())}));
+                                   cuePoint(4000, secondAt, threeAt)}));
     };
-    const auto placed = cues(tracks.size() + attachments.size() + cues(0).size());
+    const auto firstAt = tracks.size() + attachments.size() + cues(0, 0).size();
+    const auto placed = cues(firstAt, 11 + two.size() + video.size());
+    const auto misplaced = cues(firstAt, 11 + two.size()); // the video block
     const Bytes walked = file({});
     const Bytes cut(walked.begin(), walked.end() - 3);
     const auto firstCut = ebmlHeader("matroska").size() + 12 + tracks.size() + attachments.size() +
@@ -523,6 +525,10 @@ TEST(MatroskaText, TracksOfFilesTheEngineRefuses)
          file(placed),
          0,
          {{500, 1000, "one"}, {4000, 0, "three"}}},
+        {"cued at a video block: walked",
+         file(misplaced),
+         0,
+         {{500, 1000, "one"}, {3000, 1000, "two"}, {4000, 0, "three"}}},
         {"cut inside the track list",
          Bytes(walked.begin(), walked.begin() + 80),
          qv::kMalformed,
