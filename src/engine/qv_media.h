@@ -102,10 +102,11 @@ QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* contex
  * keeps them, while every other track entry, of any codec, is passed over without a verdict. The
  * header elements before the first Cluster are read; a Segment whose size runs past the end of
  * the file is read up to the end. The events then come from exactly the blocks the Cues place
- * (CueRelativePosition) when they place blocks of every text track, as mkvmerge writes them;
- * otherwise from one walk of the clusters, reading block headers and the text blocks, which stops
- * at the first damaged or cut cluster element and keeps the events before it (attachments written
- * after the clusters are found on that walk too). Both happen inside this call.
+ * (CueRelativePosition) when they place blocks of every text track and each place named holds
+ * one, as mkvmerge and ffmpeg write them; otherwise from one walk of the clusters, reading block
+ * headers and the text blocks, which stops at the first damaged or cut cluster element and keeps
+ * the events before it (attachments written after the clusters are found on that walk too). Both
+ * happen inside this call.
  *
  * Either way every event is known when it returns, in time order, so `complete` is 1, and the
  * handle answers the subtitle and attachment functions below and qv_media_format
