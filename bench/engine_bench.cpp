@@ -1,8 +1,10 @@
 // Engine benchmark: for each file given, the open time against ffmpeg's full demux of the same
 // file, a full sequential read of the virtual MP4 against a raw read of the source, and the memory
 // the open media keeps per sample. Run through scripts/bench.
+#include "engine/matroska.h"
 #include "engine/media.h"
 #include "engine/qv_media.h"
+#include "engine/reader.h"
 
 #include <algorithm>
 #include <chrono>
@@ -109,6 +111,19 @@ int bench(const char* path)
     const double demux = best(2, [&] { return ffmpegDemux(path); });
     qv_media_close(media);
 
+    // The Matroska index alone, walked by the index threads and by one thread.
+    const auto index = [&](std::uint64_t parallelFrom) {
+        return best(3, [&] {
+            const auto start = Clock::now();
+            qv::Reader reader(path, nullptr, nullptr);
+            if (!qv::probeMatroska(reader)) return -1.0;
+            qv::matroska(reader, parallelFrom);
+            return secondsSince(start);
+        });
+    };
+    const double threaded = index(qv::limits::kParallelIndexBytes);
+    const double single = index(~std::uint64_t(0));
+
     const double mb = double(size) / 1e6;
     const double perSample = double(after - before) / double(samples);
     std::printf("%s\n", path);
@@ -119,6 +134,12 @@ int bench(const char* path)
     std::printf("  read     %8.3f s (%.0f MB/s)   raw read %8.3f s (%.0f MB/s)   ratio %.2f "
                 "(target >= 0.7)\n",
                 read, mb / read, raw, mb / raw, raw / read);
+    if (single > 0)
+        std::printf("  index    %8.3f s on up to %llu threads   %8.3f s on one   ratio %.2f "
+                    "(from %llu MiB of clusters)\n",
+                    threaded, static_cast<unsigned long long>(qv::limits::kIndexThreads), single,
+                    threaded / single,
+                    static_cast<unsigned long long>(qv::limits::kParallelIndexBytes >> 20));
     std::printf("  memory   %.1f bytes per sample allocated (%.1f in the slice map and header, "
                 "%.1f resident) "
                 "(target <= 96)\n",
