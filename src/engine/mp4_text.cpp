@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <iterator>
 #include <optional>
+#include <utility>
 
 namespace qv {
 namespace {
@@ -278,22 +279,40 @@ std::optional<std::vector<Look>> looksOf(Reader& r, const Sample& sample, std::u
         require(count <= (styl->size() - 2) / 12);
         if (count == 0) return std::nullopt;
         const auto records = r.bytes(styl->start + 2, count * 12);
+        // Later records win where they overlap, so they are applied last first and each character
+        // is set once: `unset[c]` leads to the first character from c on that no record has set
+        // yet, which keeps thousands of records over a long line linear.
         std::vector<Look> looks(chars);
+        std::vector<std::size_t> unset(chars + 1);
+        for (std::size_t c = 0; c <= chars; ++c)
+            unset[c] = c;
+        const auto nextUnset = [&](std::size_t c) {
+            std::size_t root = c;
+            while (unset[root] != root)
+                root = unset[root];
+            while (unset[c] != root)
+                c = std::exchange(unset[c], root);
+            return root;
+        };
         bool styled = false;
-        for (std::size_t at = 0; at < records.size(); at += 12) {
+        for (std::size_t at = records.size(); at >= 12;) {
+            at -= 12;
             const auto field = [&](std::size_t i, std::size_t width) {
                 std::uint32_t v = 0;
                 for (std::size_t k = 0; k < width; ++k)
                     v = v << 8 | records[at + i + k];
                 return v;
             };
-            const std::size_t first = field(0, 2), last = std::min<std::size_t>(field(2, 2), chars);
+            const std::size_t first = std::min<std::size_t>(field(0, 2), chars);
+            const std::size_t last = std::min<std::size_t>(field(2, 2), chars);
             const std::uint32_t rgb = field(8, 4) >> 8;
             const Look look{std::uint8_t(field(6, 1) & 7),
                             rgb == (defaultColour >> 8) ? Look::kDefaultColour : rgb};
-            for (std::size_t c = first; c < last; ++c)
+            for (std::size_t c = nextUnset(first); c < last; c = nextUnset(c)) {
                 looks[c] = look;
-            styled = styled || (first < last && look != Look());
+                unset[c] = c + 1;
+                styled = styled || look != Look();
+            }
         }
         if (!styled) return std::nullopt;
         return looks;
