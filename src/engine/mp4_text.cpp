@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <iterator>
 #include <optional>
+#include <utility>
 
 namespace qv {
 namespace {
@@ -247,8 +249,137 @@ Edit editOf(Boxes& boxes, const Box& trak, std::uint64_t movieTimescale)
     return edit;
 }
 
-// A tx3g sample's text: a 16-bit length, the text, then style boxes (left out). Empty for a gap.
-std::optional<std::string> tx3gText(Reader& r, const Sample& sample, SubtitleTrack& track)
+// How a run of a tx3g sample's characters looks: face flags (bold 1, italic 2, underline 4) and
+// the text colour as 0xRRGGBB, or kDefaultColour.
+struct Look {
+    std::uint8_t face = 0;
+    std::uint32_t colour = kDefaultColour;
+    static constexpr std::uint32_t kDefaultColour = 0xFF00'0000; // no RGB value has these bits
+    bool operator==(const Look&) const = default;
+};
+
+// The sample's style records applied in order to its `chars` characters, or nothing when it has
+// no styl box or a damaged one. Records out of order or overlapping just restyle their range;
+// ranges are clipped to the text. Colours equal to the track's default are left as the default.
+std::optional<std::vector<Look>> looksOf(Reader& r, const Sample& sample, std::uint64_t textEnd,
+                                         std::size_t chars, std::uint32_t defaultColour)
+{
+    const std::uint64_t end = sample.offset + sample.size;
+    if (end - textEnd < 8 || end - textEnd > limits::kMaxSubtitleEventBytes) return std::nullopt;
+    try {
+        // The sample's boxes have their own budget, like a wvtt sample's.
+        Boxes boxes(r);
+        std::optional<Box> styl;
+        boxes.children(textEnd, end, [&](const Box& box) {
+            if (!styl && box.type == fourcc("styl")) styl = box;
+        });
+        if (!styl) return std::nullopt;
+        require(styl->size() >= 2);
+        const std::uint64_t count = r.uintBE(styl->start, 2);
+        require(count <= (styl->size() - 2) / 12);
+        if (count == 0) return std::nullopt;
+        const auto records = r.bytes(styl->start + 2, count * 12);
+        // Later records win where they overlap, so they are applied last first and each character
+        // is set once: `unset[c]` leads to the first character from c on that no record has set
+        // yet, which keeps thousands of records over a long line linear.
+        std::vector<Look> looks(chars);
+        std::vector<std::size_t> unset(chars + 1);
+        for (std::size_t c = 0; c <= chars; ++c)
+            unset[c] = c;
+        const auto nextUnset = [&](std::size_t c) {
+            std::size_t root = c;
+            while (unset[root] != root)
+                root = unset[root];
+            while (unset[c] != root)
+                c = std::exchange(unset[c], root);
+            return root;
+        };
+        bool styled = false;
+        for (std::size_t at = records.size(); at >= 12;) {
+            at -= 12;
+            const auto field = [&](std::size_t i, std::size_t width) {
+                std::uint32_t v = 0;
+                for (std::size_t k = 0; k < width; ++k)
+                    v = v << 8 | records[at + i + k];
+                return v;
+            };
+            const std::size_t first = std::min<std::size_t>(field(0, 2), chars);
+            const std::size_t last = std::min<std::size_t>(field(2, 2), chars);
+            const std::uint32_t rgb = field(8, 4) >> 8;
+            const Look look{std::uint8_t(field(6, 1) & 7),
+                            rgb == (defaultColour >> 8) ? Look::kDefaultColour : rgb};
+            for (std::size_t c = nextUnset(first); c < last; c = nextUnset(c)) {
+                looks[c] = look;
+                unset[c] = c + 1;
+                styled = styled || look != Look();
+            }
+        }
+        if (!styled) return std::nullopt;
+        return looks;
+    } catch (const Failure& failure) {
+        if (failure.code() == kCancelled || failure.code() == kInputOutput) throw;
+        return std::nullopt; // the plain text stands
+    }
+}
+
+// The text with SubRip markup (<b>, <i>, <u>, <font color>) around its styled runs, the way the
+// SubRip tracks of other files carry it; the text's own '&' and '<' escaped. Tags close in the
+// reverse order they opened, so overlapping looks still nest.
+std::string withMarkup(const std::string& text, const std::vector<Look>& looks)
+{
+    std::string out;
+    std::vector<int> open; // 0 b, 1 i, 2 u, 3 font
+    Look current;
+    const auto wanted = [](const Look& look, int tag) {
+        return tag == 3 ? look.colour != Look::kDefaultColour : (look.face >> tag & 1) != 0;
+    };
+    const auto change = [&](const Look& next) {
+        // Close back to the first open tag the next run does not keep.
+        std::size_t keep = 0;
+        while (keep < open.size() && wanted(next, open[keep]) &&
+               (open[keep] != 3 || next.colour == current.colour))
+            ++keep;
+        for (std::size_t k = open.size(); k > keep; --k)
+            out += open[k - 1] == 3 ? "</font>" : std::string("</") + "biu"[open[k - 1]] + '>';
+        open.resize(keep);
+        for (int tag = 0; tag < 4; ++tag) {
+            if (!wanted(next, tag) || std::find(open.begin(), open.end(), tag) != open.end())
+                continue;
+            open.push_back(tag);
+            if (tag < 3) {
+                out += std::string("<") + "biu"[tag] + '>';
+            } else {
+                char colour[8];
+                std::snprintf(colour, sizeof colour, "#%06X", unsigned(next.colour));
+                out += std::string("<font color=\"") + colour + "\">";
+            }
+        }
+        current = next;
+    };
+    std::size_t c = 0;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool starts = (std::uint8_t(text[i]) & 0xC0) != 0x80; // a character's first byte
+        if (starts) {
+            const Look next = c < looks.size() ? looks[c] : Look();
+            if (!(next == current)) change(next);
+            ++c;
+        }
+        if (text[i] == '&') {
+            out += "&amp;";
+        } else if (text[i] == '<') {
+            out += "&lt;";
+        } else {
+            out += text[i];
+        }
+    }
+    change(Look());
+    return out;
+}
+
+// A tx3g sample's text: a 16-bit length, the text, then boxes; the styl box's records become
+// markup. Empty for a gap.
+std::optional<std::string> tx3gText(Reader& r, const Sample& sample, SubtitleTrack& track,
+                                    std::uint32_t defaultColour)
 {
     if (sample.size < 2) return std::string();
     const std::uint64_t length = r.uintBE(sample.offset, 2);
@@ -258,7 +389,15 @@ std::optional<std::string> tx3gText(Reader& r, const Sample& sample, SubtitleTra
         ++track.cutEvents;
         return std::nullopt;
     }
-    return timedText(r.bytes(sample.offset + 2, length));
+    std::string text = timedText(r.bytes(sample.offset + 2, length));
+    // Style records count characters, not bytes.
+    const auto chars = std::size_t(std::count_if(
+        text.begin(), text.end(), [](char b) { return (std::uint8_t(b) & 0xC0) != 0x80; }));
+    const auto looks = looksOf(r, sample, sample.offset + 2 + length, chars, defaultColour);
+    if (!looks) return text;
+    std::string marked = withMarkup(text, *looks);
+    // Markup on every other character could outgrow an event; the plain text stands then.
+    return marked.size() <= limits::kMaxSubtitleEventBytes ? marked : text;
 }
 
 // The cues of a wvtt sample: the payload of each vttc box; a vtte box (no cue) gives none. The
@@ -333,6 +472,10 @@ std::optional<SubtitleTrack> textTrack(Boxes& boxes, const Box& trak, std::uint6
     track.isDefault = (r.uintBE(tkhd.start + 1, 3) & 1) != 0; // enabled
     // After the sample entry's 8 bytes, tx3g's display flags: "all samples are forced".
     if (!webVtt && entry.size() >= 12) track.forced = (r.uintBE(entry.start + 8, 4) >> 31) != 0;
+    // Then justification, background colour, text box and the default style record, whose last
+    // field is the text colour (RGBA) that styled runs are compared against.
+    const std::uint32_t defaultColour =
+        !webVtt && entry.size() >= 38 ? std::uint32_t(r.uintBE(entry.start + 34, 4)) : 0xFFFFFFFF;
     if (webVtt) {
         // The configuration box holds the file's header text ("WEBVTT" and any style blocks).
         const auto config = boxes.child(entry, fourcc("vttC"), 8);
@@ -365,7 +508,7 @@ std::optional<SubtitleTrack> textTrack(Boxes& boxes, const Box& trak, std::uint6
         std::vector<std::string> texts;
         if (webVtt) {
             texts = webVttCues(r, sample, track);
-        } else if (auto text = tx3gText(r, sample, track); text && !text->empty()) {
+        } else if (auto text = tx3gText(r, sample, track, defaultColour); text && !text->empty()) {
             texts.push_back(std::move(*text));
         }
         for (auto& text : texts) {

@@ -13,6 +13,7 @@ import argparse
 import json
 import os
 import random
+import re
 import subprocess
 import sys
 import tempfile
@@ -224,8 +225,9 @@ def named(args, tmp):
 def timed_text(args):
     """The events `qvmedia subtitles` reads from the text track of a file the platform plays (an
     MP4's tx3g track; the SubRip track of a Matroska file the engine refuses) are ffprobe's subtitle
-    packets that hold text: same start, duration and text (tx3g's 16-bit length and style boxes
-    removed)."""
+    packets that hold text: same start, duration and text (tx3g's 16-bit length and boxes removed;
+    our markup for its style records removed and unescaped, and present exactly in the lines whose
+    packet has a styl box with records)."""
     for name, prefixed in (('tx3g.mp4', True), ('mpeg4_vorbis_srt.mkv', False)):
         path = os.path.join(args.fixtures, name)
         data = json.loads(run(['-v', 'error', '-select_streams', 's', '-show_packets', '-show_data',
@@ -237,15 +239,22 @@ def timed_text(args):
             length = int.from_bytes(raw[:2], 'big') if prefixed else len(raw)
             if length:
                 text = raw[2:2 + length] if prefixed else raw
+                styl = raw.find(b'styl', 2 + length) if prefixed else -1
+                styled = styl >= 0 and int.from_bytes(raw[styl + 4:styl + 6], 'big') > 0
                 expected.append((round(float(p['pts_time']), 3), round(float(p['duration_time']), 3),
-                                 text.decode('utf-8')))
+                                 text.decode('utf-8'), styled))
         result = run(['subtitles', path], args.qvmedia)
         if result.returncode:
             fail(name, f'qvmedia subtitles failed: {result.stderr.strip()}')
             continue
         tracks = json.loads(result.stdout)['tracks']
-        got = [(round(e['start'], 3), round(e['duration'], 3), e['text'])
-               for t in tracks for e in t['events']]
+        got = []
+        for e in (e for t in tracks for e in t['events']):
+            text = e['text']
+            if prefixed:
+                plain = re.sub(r'</?(?:b|i|u|font)\b[^>]*>', '', text)
+                text = plain.replace('&lt;', '<').replace('&amp;', '&') if plain != text else text
+            got.append((round(e['start'], 3), round(e['duration'], 3), text, text != e['text']))
         if len(tracks) != 1 or tracks[0]['codec'] != 'S_TEXT/UTF8' or got != expected or len(got) != 2:
             fail(name, f'qvmedia reads {tracks}, ffprobe {expected}')
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -281,6 +282,16 @@ Bytes tx3gSample(const Bytes& text, const Bytes& styles = {})
     return cat({be(text.size(), 2), text, styles});
 }
 
+// A styl box of tx3g style records: first and end character, face flags, RGBA colour.
+Bytes stylBox(std::initializer_list<std::array<std::uint32_t, 4>> records, std::uint16_t count = 0)
+{
+    Bytes payload = be(count ? count : records.size(), 2);
+    for (const auto& [first, end, face, rgba] : records)
+        payload = cat(
+            {payload, be(first, 2), be(end, 2), be(1, 2), {std::uint8_t(face), 18}, be(rgba, 4)});
+    return box("styl", payload);
+}
+
 Bytes cueBox(const std::string& payload)
 {
     return box("vttc", box("payl", text(payload)));
@@ -324,26 +335,39 @@ IsoFile isoFile()
                       0,    'e',  0, ' ', 0x4F, 0x60, 0xD8, 0x3D, 0xDE, 0x00};
     const Bytes s0 = tx3gSample(text("Hello")), s1 = tx3gSample({}), s2 = tx3gSample(utf16),
                 s3 = tx3gSample(text("Two\nlines"), box("styl", be(0, 2)));
+    // Styled: counted in characters, not bytes; a colour, a range past the end, a record inside
+    // another; a damaged box (more records than it holds) keeps the text plain.
+    const Bytes s4 = tx3gSample(text("Hé & <you>"),
+                                cat({box("hlit", be(0, 4)), stylBox({{0, 2, 2, 0xFFFFFF80}})})),
+                s5 = tx3gSample(text("bold red x"), stylBox({{0, 4, 5, 0xFFFFFFFF},
+                                                             {5, 8, 0, 0xFF0000FF},
+                                                             {8, 99, 2, 0xFFFFFFFF}})),
+                s6 = tx3gSample(text("abcd"),
+                                stylBox({{0, 4, 1, 0xFFFFFFFF}, {2, 3, 3, 0xFFFFFFFF}})),
+                s7 = tx3gSample(text("Plain & <kept>"), stylBox({{0, 5, 2, 0xFFFFFFFF}}, 5));
+    const Bytes styled = cat({s4, s5, s6, s7});
     const Bytes v0 = box("vtte", {}), v1 = cat({cueBox("cue one"), cueBox("cue two")});
     const Bytes ftyp = box("ftyp", text("isom\0\0\0\0isom"));
     // Chunks: [s0 s1] filler [s2] filler [s3] filler [v0 v1].
     const Bytes filler(7, 0xEE);
-    const Bytes media = cat({s0, s1, filler, s2, filler, s3, filler, v0, v1});
+    const Bytes media = cat({s0, s1, filler, s2, filler, s3, styled, filler, v0, v1});
     const std::uint64_t base = ftyp.size() + 8;
     const std::uint64_t c1 = base, c2 = c1 + s0.size() + s1.size() + 7, c3 = c2 + s2.size() + 7,
-                        c4 = c3 + s3.size() + 7;
+                        c4 = c3 + s3.size() + styled.size() + 7;
 
-    const Bytes tx3gEntry = box("tx3g", cat({Bytes(8, 0), be(0, 4), Bytes(30, 0)}));
+    const Bytes tx3gEntry =
+        box("tx3g", cat({Bytes(8, 0), be(0, 4), Bytes(22, 0), be(0xFFFFFFFF, 4), Bytes(4, 0)}));
     const Bytes elst = fullBox("elst", 0, 0,
                                cat({be(2, 4), be(500, 4), be(0xFFFFFFFF, 4), be(0x10000, 4),
                                     be(3000, 4), be(0, 4), be(0x10000, 4)}));
     const Bytes tx3g =
         textTrak(1, qv::packedLanguage("fra"), tx3gEntry,
-                 cat({table("stts", 2, {1, 1000, 1, 500, 1, 1000, 1, 500}),
-                      table("stsc", 3, {1, 2, 1, 2, 1, 1}),
+                 cat({table("stts", 2, {1, 1000, 1, 500, 1, 1000, 5, 500}),
+                      table("stsc", 3, {1, 2, 1, 2, 1, 1, 3, 5, 1}),
                       fullBox("stsz", 0, 0,
-                              cat({be(0, 4), be(4, 4), be(s0.size(), 4), be(s1.size(), 4),
-                                   be(s2.size(), 4), be(s3.size(), 4)})),
+                              cat({be(0, 4), be(8, 4), be(s0.size(), 4), be(s1.size(), 4),
+                                   be(s2.size(), 4), be(s3.size(), 4), be(s4.size(), 4),
+                                   be(s5.size(), 4), be(s6.size(), 4), be(s7.size(), 4)})),
                       table("co64", 1, {c1, c2, c3}, 8)}),
                  cat({box("edts", elst), box("udta", box("name", text("Français")))}));
     const Bytes wvttEntry = box("wvtt", cat({Bytes(8, 0), box("vttC", text("WEBVTT"))}));
@@ -414,8 +438,8 @@ TextTracks textTracksOf(const Bytes& bytes)
 } // namespace
 
 // Timed text of an MP4: the samples found through chunks of several sizes and 64-bit offsets,
-// UTF-16 converted, gaps and the style boxes left out, times moved by the edit list; WebVTT cues,
-// two in one sample; other tracks ignored.
+// UTF-16 converted, gaps left out, style records as SubRip markup, times moved by the edit list;
+// WebVTT cues, two in one sample; other tracks ignored.
 TEST(Mp4Text, TracksAndEventsAsWritten)
 {
     const auto found = textTracksOf(isoFile().bytes);
@@ -426,7 +450,13 @@ TEST(Mp4Text, TracksAndEventsAsWritten)
                                                std::string("Français"), true,
                                                EventList{{500, 1000, "Hello"},
                                                          {2000, 1000, "Grüße 你\xF0\x9F\x98\x80"},
-                                                         {3000, 500, "Two\nlines"}}));
+                                                         {3000, 500, "Two\nlines"},
+                                                         {3500, 500, "<i>Hé</i> &amp; &lt;you>"},
+                                                         {4000, 500,
+                                                          "<b><u>bold</u></b> <font "
+                                                          "color=\"#FF0000\">red</font><i> x</i>"},
+                                                         {4500, 500, "<b>ab<i>c</i>d</b>"},
+                                                         {5000, 500, "Plain & <kept>"}}));
     EXPECT_EQ(found.tracks[1],
               std::make_tuple(std::string("S_TEXT/WEBVTT"), std::string("jpn"), std::string(),
                               false, EventList{{1000, 2000, "cue one"}, {1000, 2000, "cue two"}}));

@@ -45,6 +45,9 @@ private slots:
         QTest::newRow("entities") << u"&lt;&amp;&gt;&bogus;"_s << u"<&>&bogus;"_s;
         QTest::newRow("lone bracket") << u"1 < 2 <i>x"_s << u"1 < 2 {\\i1}x"_s;
         QTest::newRow("unclosed tag") << u"a <i"_s << u"a <i"_s;
+        // As MP4 timed text's style records come from the engine: nested, the text escaped.
+        QTest::newRow("timed-text styles")
+            << u"<b>ab<i>c</i>d</b> &amp; &lt;i>"_s << u"{\\b1}ab{\\i1}c{\\i0}d{\\b0} & <i>"_s;
         QTest::newRow("ass override kept") << u"{\\an8}top"_s << u"{\\an8}top"_s;
     }
     void markup()
