@@ -176,6 +176,7 @@ TEST(CodecHeaders, FactsOfGoodStreams)
         EXPECT_EQ(cases[i].parse(cases[i].bytes), cases[i].facts) << i;
 }
 
+// The Opus and VP9 boxes are judged by the oracle through ffmpeg's decoding of real files.
 TEST(CodecHeaders, DerivedBoxes)
 {
     // What MP4 writers store for these streams. E-AC-3 with a dependent substream: (834 + 64)
@@ -186,8 +187,6 @@ TEST(CodecHeaders, DerivedBoxes)
                    pack({{0, 3}, {1, 4}, {0x080, 9}})}));
     EXPECT_EQ(mpegAudioFrame(Bytes{0xff, 0xf3, 0x70, 0xc0}).objectType, 0x69);
     EXPECT_EQ(mpegAudioFrame(Bytes{0xff, 0xe3, 0x18, 0xc4}).objectType, 0x69);
-    EXPECT_EQ(opusSpecificBox(opusHead(kOpusHead)),
-              (Bytes{0, 2, 0x01, 0x38, 0, 0, 0xBB, 0x80, 0, 0, 0}));
     // FLAC padding goes, and the last-block flag moves to the comment that is now last; a single
     // bare block becomes that block flagged last, as other MP4 writers produce it.
     const Bytes comment = flacBlock(4, Bytes(21, 'x'));
@@ -195,12 +194,6 @@ TEST(CodecHeaders, DerivedBoxes)
         cat({text("fLaC"), flacBlock(0, kStreamInfo), comment, flacBlock(0x81, Bytes(16, 0))}));
     EXPECT_EQ(flac.dfla, cat({flacBlock(0, kStreamInfo), with(comment, 0, 0x84)}));
     EXPECT_EQ(flacConfiguration(flacBlock(0, kStreamInfo)).dfla, flacBlock(0x80, kStreamInfo));
-    qv::Track t;
-    t.pixelWidth = 320;
-    t.pixelHeight = 240;
-    // Level 2.0 for 320x240; 8 bits, 4:2:0, unspecified primaries and transfer, BT.709 matrix.
-    EXPECT_EQ(vp9Config({0x82, 0x49, 0x83, 0x42, 0x40, 0, 0, 0}, t),
-              (Bytes{0, 20, 0x82, 2, 2, 1, 0, 0}));
 }
 
 TEST(CodecHeaders, RefusalCodes)
@@ -217,40 +210,32 @@ TEST(CodecHeaders, RefusalCodes)
         {kAac, {0x12}, kBad},                                             // truncated
         {kAac, pack({{2, 5}, {13, 4}, {2, 4}, {0, 3}}), kBad},            // reserved rate index
         {kAac, pack({{31, 5}, {3, 4}, {2, 4}, {0, 3}}), kNo},             // escape object type
-        {kAac, pack({{1, 5}, {3, 4}, {2, 4}, {0, 3}}), kNo},              // AAC Main
         {kAac, pack({{2, 5}, {3, 4}, {0, 4}, {0, 3}}), kNo},              // channel configuration 0
-        {kAac, pack({{2, 5}, {3, 4}, {2, 4}, {1, 3}}), kNo},              // extension flag
         {kAac, pack({{2, 5}, {15, 4}, {7000, 24}, {2, 4}, {0, 3}}), kNo}, // rate below 8000
         {kAac, pack({{29, 5}, {6, 4}, {2, 4}, {3, 4}, {2, 5}, {0, 3}}), kNo}, // v2, stereo core
-        {kAac, pack({{2, 5}, {8, 4}, {2, 4}, {0, 3}, {0x2B7, 11}, {5, 5}, {1, 1}, {1, 4}}), kNo},
         {kAac, pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}, {0x2B6, 11}, {5, 5}, {1, 1}}), kNo}, // sync
-        // AC-3: bad sync word, reserved rate, frame-size code out of range, truncated; then
+        // AC-3: reserved rate, frame-size code out of range (both index tables), truncated; then
         // half-rate AC-3 and E-AC-3, which are not plain AC-3.
-        {kAc3, {0x0b, 0x78, 0, 0, 0x1c, 0x40, 0xeb, 0xf8}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0xdc, 0x40, 0xeb, 0xf8}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0x26, 0x40, 0xeb, 0xf8}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0x1c, 0x40}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0x1c, 0x48, 0xeb, 0xf8}, kNo},
         {kAc3, kEac3Stereo, kNo},
         // E-AC-3: a dependent substream with nothing to depend on, a second programme numbered
-        // 0, more bytes claimed than the block holds, nothing, plain AC-3.
+        // 0, more bytes claimed than the block holds, plain AC-3.
         {kEac3, kRearPair, kBad},
         {kEac3, cat({kEac3Stereo, kEac3Stereo}), kBad},
         {kEac3, resized(kEac3Stereo, 24), kBad},
-        {kEac3, {}, kBad},
         {kEac3, resized(kAc3Surround, 1536), kNo},
-        // MPEG audio: truncated, no sync word, reserved version, reserved layer, forbidden bit
-        // rate index, reserved sampling frequency.
+        // MPEG audio: truncated, reserved version, reserved layer, forbidden bit rate index,
+        // reserved sampling frequency (each indexes a table).
         {kMpeg, {0xff, 0xfb, 0x90}, kBad},
-        {kMpeg, {0xff, 0x1b, 0x90, 0x64}, kBad},
         {kMpeg, {0xff, 0xeb, 0x90, 0x64}, kBad},
         {kMpeg, {0xff, 0xf9, 0x90, 0x64}, kBad},
         {kMpeg, {0xff, 0xfb, 0xf0, 0x64}, kBad},
         {kMpeg, {0xff, 0xfb, 0x9c, 0x64}, kBad},
-        // FLAC configurations: nothing, only the marker, truncated, STREAMINFO not first or of the
-        // wrong size, a second STREAMINFO, the forbidden block type, rate 0, minimum block size
-        // 0; 32-bit samples are refused rather than left to fail in a decoder.
-        {kFlac, {}, kBad},
+        // FLAC configurations: only the marker, truncated, STREAMINFO not first or of the wrong
+        // size, a second STREAMINFO, the forbidden block type, rate 0, minimum block size 0.
         {kFlac, text("fLaC"), kBad},
         {kFlac, resized(flacBlock(0, kStreamInfo), 37), kBad},
         {kFlac, flacBlock(4, Bytes(8, 'x')), kBad},
@@ -259,14 +244,11 @@ TEST(CodecHeaders, RefusalCodes)
         {kFlac, cat({flacBlock(0, kStreamInfo), flacBlock(0x7F, {})}), kBad},
         {kFlac, flacBlock(0, zeroRate), kBad},
         {kFlac, flacBlock(0, with(with(kStreamInfo, 0, 0), 1, 0)), kBad},
-        {kFlac, flacBlock(0, with(with(kStreamInfo, 12, 0x43), 13, 0xF0)), kNo},
-        // FLAC frames: CRC mismatch, truncated before the CRC, broken sync, reserved bit, reserved
-        // block-size code 0, sample-rate code 15, reserved channel assignment, a continuation byte
-        // leading the number, a 7-byte number.
+        // FLAC frames: CRC mismatch, truncated before the CRC, reserved block-size code 0,
+        // sample-rate code 15, reserved channel assignment, a continuation byte leading the
+        // number, a 7-byte number.
         {kFlacFrame, {0xff, 0xf8, 0x59, 0x88, 0x00, 0x8b}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x59, 0x88, 0x00}, kBad},
-        {kFlacFrame, {0xff, 0xf0, 0x59, 0x88, 0x00, 0x8a}, kBad},
-        {kFlacFrame, {0xff, 0xfa, 0x59, 0x88, 0x00, 0x8a}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x09, 0x88, 0x00, 0x8a}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x5f, 0x88, 0x00, 0x8a}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x59, 0xb8, 0x00, 0x8a}, kBad},
@@ -282,22 +264,18 @@ TEST(CodecHeaders, RefusalCodes)
         {kOpusConfig, resized(kOpusHead, 18), kNo},
         {kOpusPacket, {(3 << 3) | 3, 3}, kBad},
         {kOpusPacket, {(16 << 3) | 3}, kBad},
-        // SPS: not an SPS, the forbidden bit, 32 leading zero bits (no encoder writes this), and
-        // cropping that removes the whole 16x16 picture.
+        // SPS: not an SPS, 32 leading zero bits (no encoder writes this), and cropping that
+        // removes the whole 16x16 picture.
         {kSps, with(kHigh1080, 0, 0x68), kBad},
-        {kSps, with(kHigh1080, 0, 0xE7), kBad},
         {kSps, {0x67, 0x42, 0, 0x0d, 0, 0, 0, 0, 1}, kBad},
         {kSps, {0x67, 0x42, 0, 0x0d, 0xda, 0x7f, 0x89, 0x40}, kBad},
-        // Decoder configuration records: version 2, no SPS, an SPS running past the record or too
-        // short for its header, a PPS where the SPS should be, no SPS length.
+        // Decoder configuration records: version 2, no SPS, an SPS running past the record, a
+        // PPS where the SPS should be.
         {kRecordSps, with(kSpsRecord, 0, 2), kNo},
         {kRecordSps, with(kSpsRecord, 5, 0xe0), kNo},
         {kRecordSps, with(kSpsRecord, 7, std::uint8_t(kSpsRecord.size() - 7)), kBad},
-        {kRecordSps, with(kSpsRecord, 7, 3), kBad},
         {kRecordSps, with(kSpsRecord, 8, 0x68), kBad},
-        {kRecordSps, {1, 0x64, 0, 0x28, 0xff, 0xe1, 0}, kNo},
-        // VP9: frame marker 01, sync code, not a key frame, profile 1, RGB, cut short.
-        {kVp9, {0x42, 0x49, 0x83, 0x42, 0x40}, kBad},
+        // VP9: sync code, not a key frame, profile 1, RGB, cut short.
         {kVp9, {0x82, 0x49, 0x83, 0x43, 0x40}, kBad},
         {kVp9, {0x86, 0x49, 0x83, 0x42, 0x40}, kNo},
         {kVp9, {0xA2, 0x49, 0x83, 0x42, 0x40}, kNo},

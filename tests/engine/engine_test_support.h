@@ -84,11 +84,6 @@ inline std::unique_ptr<qv::Source> sourceOf(const Bytes& bytes, std::uint64_t fa
     return std::make_unique<TestSource>(bytes, failAt);
 }
 
-inline qv::Reader readerOf(const Bytes& bytes)
-{
-    return qv::Reader(sourceOf(bytes), nullptr, nullptr);
-}
-
 // Runs `run(failAt)`, which returns a code, for real and then with a source failing at every
 // offset: each of those must end with the real run's code or kInputOutput, and nothing else.
 template <typename Run> std::uint32_t swept(const Bytes& bytes, Run&& run)
@@ -111,7 +106,7 @@ template <typename Parse> auto parsed(const Bytes& bytes, Parse&& parse)
             parse(reader);
         });
     });
-    auto reader = readerOf(bytes);
+    qv::Reader reader(sourceOf(bytes), nullptr, nullptr);
     return parse(reader);
 }
 

@@ -1,6 +1,6 @@
-// The fragmented layout over small hand-built Matroska files with Cues: when it is chosen, how its
-// boxes sit, that fragment decode times continue each other, and what a damaged or overfull
-// cluster does to the read that first touches it.
+// The fragmented layout over small hand-built Matroska files with Cues: when it is chosen, where
+// its mfra sits, and what a damaged or overfull cluster or a cancellation does to the read that
+// first touches it (packets and times of the layout are judged by the oracle on real files).
 #include "engine_test_support.h"
 
 #include "engine/media.h"
@@ -8,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <map>
 #include <string>
 
 using namespace qv_test;
@@ -36,15 +35,10 @@ Bytes aacCluster(int first, int frames, std::uint8_t fill, bool damaged = false)
     return cluster(static_cast<std::uint64_t>(ms(first)), blocks);
 }
 
-struct Built {
-    Bytes file;
-    std::vector<std::uint64_t> clusters; // absolute positions
-};
-
 // SeekHead, Tracks, the clusters, then Cues naming `cued` clusters (by index in the low byte, plus
 // the bytes above it into the cluster; an index past the clusters points past the file) at the
 // given times.
-Built withCues(const std::vector<Bytes>& clusters,
+Bytes withCues(const std::vector<Bytes>& clusters,
                const std::vector<std::pair<std::uint64_t, std::uint64_t>>& cued)
 {
     const auto seekHead = [](std::uint64_t at) {
@@ -52,7 +46,6 @@ Built withCues(const std::vector<Bytes>& clusters,
                   el(0x4DBB, cat({el(0x53AB, be(0x1C53BB6B, 4)), uintEl(0x53AC, at, 8)})));
     };
     const auto tracks = el(0x1654AE6B, aacTrack());
-    Built built;
     std::uint64_t relative = seekHead(0).size() + tracks.size();
     Bytes body;
     std::vector<std::uint64_t> starts;
@@ -69,13 +62,8 @@ Built withCues(const std::vector<Bytes>& clusters,
             {points, el(0xBB, cat({uintEl(0xB3, ticks, 8),
                                    el(0xB7, cat({uintEl(0xF7, 1, 1), uintEl(0xF1, at, 8)}))}))});
     }
-    built.file =
-        cat({ebmlHeader(),
-             el(0x18538067, cat({seekHead(relative), tracks, body, el(0x1C53BB6B, points)}))});
-    const auto segmentStart = ebmlHeader().size() + 12;
-    for (const auto s : starts)
-        built.clusters.push_back(segmentStart + s);
-    return built;
+    return cat({ebmlHeader(),
+                el(0x18538067, cat({seekHead(relative), tracks, body, el(0x1C53BB6B, points)}))});
 }
 
 std::vector<Bytes> fourClusters()
@@ -90,11 +78,6 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> cuesAtClusters(int count)
     for (int i = 0; i < count; ++i)
         cued.emplace_back(i, (i * 10 * 1024 + 24) / 48);
     return cued;
-}
-
-std::uint64_t u64(const Bytes& b, std::size_t at)
-{
-    return std::uint64_t(be32(b, at)) << 32 | be32(b, at + 4);
 }
 
 std::string type(const Bytes& b, std::size_t at)
@@ -134,72 +117,20 @@ TEST(Fragments, LayoutChosenOnlyWhenCuesLocateClusters)
     };
     for (const auto& c : cases) {
         Layout layout(c.forced ? "fragmented" : "automatic");
-        TempFile file(withCues(fourClusters(), c.cued).file);
+        TempFile file(withCues(fourClusters(), c.cued));
         std::uint32_t code = 0;
         QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, &code);
         ASSERT_NE(media, nullptr) << c.what << ": " << code;
         EXPECT_EQ(qv_media_layout(media), c.layout) << c.what;
-        EXPECT_FALSE(readAll(media).empty()) << c.what;
+        const auto whole = readAll(media);
+        ASSERT_FALSE(whole.empty()) << c.what;
+        // Packets and times are judged by the oracle; the mfra that only seeking players read is
+        // not: its closing mfro must give the size back to the mfra box.
+        const auto mfra = whole.size() - be32(whole, whole.size() - 4);
+        EXPECT_TRUE(c.layout != QV_MEDIA_LAYOUT_FRAGMENTED || type(whole, mfra) == "mfra")
+            << c.what;
         qv_media_close(media);
     }
-}
-
-// ftyp, moov, per cluster a moof, a free box filling its slot and an mdat carrying the
-// cluster's own bytes, then mfra ending in mfro; each tfdt continues the previous fragment.
-TEST(Fragments, BoxesPayloadsAndContinuingDecodeTimes)
-{
-    Layout forced("fragmented");
-    const auto built = withCues(fourClusters(), cuesAtClusters(4));
-    TempFile file(built.file);
-    QVMedia* media = qv_media_open(file.path().c_str(), nullptr, nullptr, nullptr);
-    ASSERT_NE(media, nullptr);
-    EXPECT_EQ(qv_media_sample_count(media), 20u); // the first and last clusters, indexed at open
-    const auto whole = readAll(media);
-    ASSERT_EQ(whole.size(), qv_media_size(media));
-    qv_media_close(media);
-
-    std::vector<std::string> types;
-    std::vector<std::uint64_t> tfdts, sums;
-    std::size_t fragment = 0;
-    for (std::size_t at = 0; at < whole.size();) {
-        std::uint64_t size = be32(whole, at);
-        const auto t = type(whole, at);
-        if (size == 1) size = u64(whole, at + 8);
-        types.push_back(t);
-        if (t == "moof") {
-            // moof > mfhd (16) > traf > tfhd (16) > tfdt (20) > sbgp (28) > trun
-            const auto traf = at + 8 + 16;
-            EXPECT_EQ(type(whole, traf), "traf");
-            EXPECT_EQ(type(whole, traf + 8 + 16), "tfdt");
-            tfdts.push_back(u64(whole, traf + 8 + 16 + 12));
-            std::uint64_t sum = 0;
-            for (auto p = traf + 8 + 16 + 20 + 28; p < at + size; p += be32(whole, p)) {
-                EXPECT_EQ(type(whole, p), "trun");
-                for (std::uint32_t i = 0; i < be32(whole, p + 12); ++i)
-                    sum += be32(whole, p + 20 + 8 * i);
-            }
-            sums.push_back(sum);
-        }
-        if (t == "mdat") {
-            const auto from = built.clusters[fragment];
-            const auto to = fragment + 1 < built.clusters.size()
-                                ? built.clusters[fragment + 1]
-                                : from + (size - 16); // the last runs to the end of the Segment
-            EXPECT_EQ(Bytes(whole.begin() + at + 16, whole.begin() + at + size),
-                      Bytes(built.file.begin() + from, built.file.begin() + to));
-            ++fragment;
-        }
-        at += size;
-    }
-    EXPECT_EQ(types, (std::vector<std::string>{"ftyp", "moov", "moof", "free", "mdat", "moof",
-                                               "free", "mdat", "moof", "free", "mdat", "moof",
-                                               "free", "mdat", "mfra"}));
-    EXPECT_EQ(be32(whole, whole.size() - 4),
-              be32(whole, whole.size() - be32(whole, whole.size() - 4)));
-    ASSERT_EQ(tfdts.size(), 4u);
-    for (std::size_t i = 0; i + 1 < tfdts.size(); ++i)
-        EXPECT_EQ(tfdts[i + 1], tfdts[i] + sums[i]) << "fragment " << i + 1;
-    EXPECT_EQ(tfdts[1], 10u * 1024);
 }
 
 // A cluster found damaged when first read, or holding far more samples than its cue times let
@@ -216,7 +147,7 @@ TEST(Fragments, DamagedOrOverfullClusterFailsItsOwnFragment)
     lying[3].second = lying[2].second + 1; // cluster 2 "lasts" one millisecond
     const struct {
         const char* what;
-        Built built;
+        Bytes file;
         std::size_t bad;
         std::uint32_t code;
     } cases[] = {
@@ -224,7 +155,7 @@ TEST(Fragments, DamagedOrOverfullClusterFailsItsOwnFragment)
         {"overfull", withCues(overfull, lying), 2, 3},
     };
     for (const auto& c : cases) {
-        TempFile file(c.built.file);
+        TempFile file(c.file);
         QVMedia media(file.path().c_str(), nullptr, nullptr);
         ASSERT_TRUE(media.fragmented) << c.what;
         const auto& fragments = media.fragmented->fragments();
@@ -239,9 +170,9 @@ TEST(Fragments, DamagedOrOverfullClusterFailsItsOwnFragment)
         }
     }
     // The full layout refuses the damaged file at open.
-    EXPECT_EQ(openCode(cases[0].built.file), 0u); // still fragmented while forced
+    EXPECT_EQ(openCode(cases[0].file), 0u); // still fragmented while forced
     ::unsetenv("QV_MEDIA_LAYOUT");
-    EXPECT_EQ(openCode(cases[0].built.file), 1u);
+    EXPECT_EQ(openCode(cases[0].file), 1u);
 }
 
 // A moof is built under the read's cancellation polling: cancelled, the read fails with 4; once the
@@ -249,7 +180,7 @@ TEST(Fragments, DamagedOrOverfullClusterFailsItsOwnFragment)
 TEST(Fragments, CancelledWhileBuildingAMoof)
 {
     Layout forced("fragmented");
-    TempFile file(withCues(fourClusters(), cuesAtClusters(4)).file);
+    TempFile file(withCues(fourClusters(), cuesAtClusters(4)));
     bool cancel = false;
     const auto poll = [](void* context) { return *static_cast<bool*>(context) ? 1 : 0; };
     QVMedia media(file.path().c_str(), poll, &cancel);

@@ -49,7 +49,7 @@ TEST(MovieWriter, ConstantSizeWideOffsetsAndLateTracks)
     index.tracks.push_back(videoTrack({500, 533, 567}));
     index.tracks.push_back(videoTrack({0, 33, 67, 100}));
     const Bytes bytes(64, 0);
-    auto reader = readerOf(bytes);
+    qv::Reader reader(sourceOf(bytes), nullptr, nullptr);
     qv::prepareTracks(reader, index);
     EXPECT_EQ(index.tracks[0].timing.movieOffset, 500u);
 

@@ -41,18 +41,18 @@ Bytes subtitleTrack(std::uint8_t number, const std::string& codec, const Bytes& 
 const std::string kHeader = "[Script Info]\nScriptType: v4.00+\n\n[Events]\nFormat: Layer, Start, "
                             "End, Style, Name, MarginL, MarginR, MarginV, Effect, Text\n";
 
+// A handle on its own copy of the bytes, which must open.
 struct Opened {
-    std::unique_ptr<TempFile> file;
+    Bytes bytes;
     QVMedia* media = nullptr;
     ~Opened() { qv_media_close(media); }
 };
 
 std::unique_ptr<Opened> open(const Bytes& bytes)
 {
-    auto opened = std::make_unique<Opened>();
-    opened->file = std::make_unique<TempFile>(bytes);
+    auto opened = std::make_unique<Opened>(Opened{bytes});
     std::uint32_t code = 0;
-    opened->media = qv_media_open(opened->file->path().c_str(), nullptr, nullptr, &code);
+    opened->media = openBytes(opened->bytes, code);
     EXPECT_EQ(code, 0u);
     return opened;
 }
@@ -60,6 +60,77 @@ std::unique_ptr<Opened> open(const Bytes& bytes)
 std::string textOf(const QVMediaSubtitleEvent& event)
 {
     return std::string(event.text, event.text_size);
+}
+
+// Every event of every track, sorted: (start, duration, text).
+using Events = std::vector<std::vector<std::tuple<std::int64_t, std::int64_t, std::string>>>;
+
+Events eventsOf(QVMedia* media)
+{
+    Events all(qv_media_subtitle_tracks(media));
+    for (std::uint32_t t = 0; t < all.size(); ++t) {
+        QVMediaSubtitleEvent e{};
+        for (std::uint64_t i = 0; qv_media_subtitle_event(media, t, i, &e) == 0; ++i)
+            all[t].emplace_back(e.start, e.duration, textOf(e));
+        std::sort(all[t].begin(), all[t].end());
+    }
+    return all;
+}
+
+using EventList = std::vector<std::tuple<std::int64_t, std::int64_t, std::string>>;
+
+// The tracks of a text-track handle as (codec, language, name, default, events), its format and
+// attachments (name and bytes), or the code.
+struct TextTracks {
+    std::uint32_t code = 0;
+    std::vector<std::tuple<std::string, std::string, std::string, bool, EventList>> tracks;
+    std::uint32_t format = 0;
+    std::vector<std::pair<std::string, std::string>> attachments;
+};
+
+TextTracks tracksOf(QVMedia* media)
+{
+    TextTracks result;
+    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media); ++t) {
+        QVMediaSubtitleTrack track{};
+        EXPECT_EQ(qv_media_subtitle_track(media, t, &track), 0);
+        EXPECT_EQ(track.complete, 1u);
+        EventList events;
+        QVMediaSubtitleEvent e{};
+        for (std::uint64_t i = 0; qv_media_subtitle_event(media, t, i, &e) == 0; ++i)
+            events.emplace_back(e.start / 1'000'000, e.duration / 1'000'000, textOf(e));
+        result.tracks.emplace_back(track.codec_id, track.language, track.name,
+                                   track.is_default != 0, events);
+    }
+    result.format = qv_media_format(media);
+    for (std::uint32_t a = 0; a < qv_media_attachments(media); ++a) {
+        QVMediaAttachment attachment{};
+        EXPECT_EQ(qv_media_attachment(media, a, &attachment), 0);
+        std::string data(attachment.size, '\0');
+        EXPECT_EQ(qv_media_attachment_read(
+                      media, a, 0, reinterpret_cast<std::uint8_t*>(data.data()), data.size()),
+                  std::int64_t(data.size()));
+        result.attachments.emplace_back(attachment.name, data);
+    }
+    return result;
+}
+
+// The same of a text-track handle on the bytes, swept; it plays nothing.
+TextTracks textTracksOf(const Bytes& bytes)
+{
+    swept(bytes, [&](std::uint64_t failAt) {
+        std::uint32_t code = 99;
+        qv_media_close(
+            qv::openTextTracks([&] { return sourceOf(bytes, failAt); }, nullptr, nullptr, &code));
+        return code;
+    });
+    std::uint32_t code = 0;
+    QVMedia* media = qv::openTextTracks([&] { return sourceOf(bytes); }, nullptr, nullptr, &code);
+    EXPECT_EQ(qv_media_size(media), 0u);
+    auto result = tracksOf(media);
+    result.code = code;
+    qv_media_close(media);
+    return result;
 }
 
 } // namespace
@@ -83,11 +154,10 @@ TEST(Subtitles, TracksEventsAndAttachments)
         // Out of order across clusters: events come back sorted.
         cluster(4000, cat({blockOf(2, 0, "last"), el(0xA3, {0x82, 0x00})})),
     });
-    const Bytes font{'F', 'O', 'N', 'T', 'D', 'A', 'T', 'A'};
-    const auto attachments =
-        el(0x1941A469,
-           el(0x61A7, cat({textEl(0x466E, "Test.ttf"),
-                           textEl(0x4660, "application/x-truetype-font"), el(0x465C, font)})));
+    const auto attachments = el(
+        0x1941A469,
+        el(0x61A7, cat({textEl(0x466E, "Test.ttf"), textEl(0x4660, "application/x-truetype-font"),
+                        el(0x465C, text("FONTDATA"))})));
     const auto file = open(
         cat({ebmlHeader(), el(0x18538067, cat({el(0x1654AE6B, tracks), attachments, clusters}))}));
     QVMedia* media = file->media;
@@ -95,45 +165,32 @@ TEST(Subtitles, TracksEventsAndAttachments)
     EXPECT_EQ(qv_media_audio_tracks(media), 1u);
     ASSERT_EQ(qv_media_subtitle_tracks(media), 2u);
 
+    // In milliseconds, in order as given; without BlockDuration an event lasts until the next one.
+    const auto found = tracksOf(media);
+    EXPECT_EQ(
+        found.tracks[0],
+        std::make_tuple(
+            std::string("S_TEXT/UTF8"), std::string("zho"), std::string("Chinese"), false,
+            EventList{{1000, 1500, "<i>first</i>"}, {2500, 1500, "second"}, {4000, 0, "last"}}));
+    EXPECT_EQ(found.tracks[1],
+              std::make_tuple(std::string("S_TEXT/ASS"), std::string("eng"), std::string(), true,
+                              EventList{{500, 1500, "0,0,Default,,0,0,0,,{\\pos(10,10)}ass"}}));
+    EXPECT_EQ(found.attachments,
+              (std::vector<std::pair<std::string, std::string>>{{"Test.ttf", "FONTDATA"}}));
     QVMediaSubtitleTrack srt{}, ass{};
     ASSERT_EQ(qv_media_subtitle_track(media, 0, &srt), 0);
     ASSERT_EQ(qv_media_subtitle_track(media, 1, &ass), 0);
-    EXPECT_STREQ(srt.language, "zho");
-    EXPECT_STREQ(srt.name, "Chinese");
     EXPECT_EQ(srt.forced, 1u);
-    EXPECT_EQ(srt.is_default, 0u);
     EXPECT_EQ(srt.codec_private, nullptr);
     EXPECT_EQ(srt.cut_events, 2u); // the laced block and the one too short to hold a header
-    EXPECT_STREQ(ass.language, "eng");
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(ass.codec_private), ass.codec_private_size),
               kHeader);
-
-    // Times in nanoseconds; without BlockDuration an event lasts until the next one.
-    const std::vector<std::tuple<std::uint32_t, std::int64_t, std::int64_t, std::string>> events{
-        {0, 1'000'000'000, 1'500'000'000, "<i>first</i>"},
-        {0, 2'500'000'000, 1'500'000'000, "second"},
-        {0, 4'000'000'000, 0, "last"},
-        {1, 500'000'000, 1'500'000'000, "0,0,Default,,0,0,0,,{\\pos(10,10)}ass"},
-    };
-    std::uint64_t next[2] = {0, 0};
-    for (const auto& [track, start, duration, text] : events) {
-        QVMediaSubtitleEvent event{};
-        ASSERT_EQ(qv_media_subtitle_event(media, track, next[track]++, &event), 0);
-        EXPECT_EQ(event.start, start) << text;
-        EXPECT_EQ(event.duration, duration) << text;
-        EXPECT_EQ(textOf(event), text);
-    }
     QVMediaSubtitleEvent event{};
-    EXPECT_EQ(qv_media_subtitle_event(media, 0, 3, &event), -1);
     EXPECT_EQ(qv_media_subtitle_event(media, 2, 0, &event), -1);
     EXPECT_EQ(qv_media_subtitle_track(media, 2, &srt), -1);
-
-    ASSERT_EQ(qv_media_attachments(media), 1u);
     QVMediaAttachment attachment{};
     ASSERT_EQ(qv_media_attachment(media, 0, &attachment), 0);
-    EXPECT_STREQ(attachment.name, "Test.ttf");
     EXPECT_STREQ(attachment.mime_type, "application/x-truetype-font");
-    EXPECT_EQ(attachment.size, font.size());
     std::uint8_t bytes[16] = {};
     EXPECT_EQ(qv_media_attachment_read(media, 0, 4, bytes, sizeof bytes), 4);
     EXPECT_EQ(std::string(bytes, bytes + 4), "DATA");
@@ -179,21 +236,6 @@ TEST(Subtitles, DamageAndLimitsNeverFailTheFile)
 }
 
 namespace {
-
-// Every event of every track, sorted: (start, duration, text).
-using Events = std::vector<std::vector<std::tuple<std::int64_t, std::int64_t, std::string>>>;
-
-Events eventsOf(QVMedia* media)
-{
-    Events all(qv_media_subtitle_tracks(media));
-    for (std::uint32_t t = 0; t < all.size(); ++t) {
-        QVMediaSubtitleEvent e{};
-        for (std::uint64_t i = 0; qv_media_subtitle_event(media, t, i, &e) == 0; ++i)
-            all[t].emplace_back(e.start, e.duration, textOf(e));
-        std::sort(all[t].begin(), all[t].end());
-    }
-    return all;
-}
 
 bool complete(QVMedia* media)
 {
@@ -387,54 +429,6 @@ IsoFile isoFile()
     return file;
 }
 
-using EventList = std::vector<std::tuple<std::int64_t, std::int64_t, std::string>>;
-
-// The tracks of a text-track handle as (codec, language, name, default, events), its format and
-// attachments (name and bytes), or the code.
-struct TextTracks {
-    std::uint32_t code = 0;
-    std::vector<std::tuple<std::string, std::string, std::string, bool, EventList>> tracks;
-    std::uint32_t format = 0;
-    std::vector<std::pair<std::string, std::string>> attachments;
-};
-
-TextTracks textTracksOf(const Bytes& bytes)
-{
-    TextTracks result;
-    swept(bytes, [&](std::uint64_t failAt) {
-        std::uint32_t code = 99;
-        qv_media_close(
-            qv::openTextTracks([&] { return sourceOf(bytes, failAt); }, nullptr, nullptr, &code));
-        return code;
-    });
-    QVMedia* media =
-        qv::openTextTracks([&] { return sourceOf(bytes); }, nullptr, nullptr, &result.code);
-    for (std::uint32_t t = 0; t < qv_media_subtitle_tracks(media); ++t) {
-        QVMediaSubtitleTrack track{};
-        EXPECT_EQ(qv_media_subtitle_track(media, t, &track), 0);
-        EXPECT_EQ(track.complete, 1u);
-        EventList events;
-        QVMediaSubtitleEvent e{};
-        for (std::uint64_t i = 0; qv_media_subtitle_event(media, t, i, &e) == 0; ++i)
-            events.emplace_back(e.start / 1'000'000, e.duration / 1'000'000, textOf(e));
-        result.tracks.emplace_back(track.codec_id, track.language, track.name,
-                                   track.is_default != 0, events);
-    }
-    EXPECT_EQ(qv_media_size(media), 0u);
-    result.format = qv_media_format(media);
-    for (std::uint32_t a = 0; a < qv_media_attachments(media); ++a) {
-        QVMediaAttachment attachment{};
-        EXPECT_EQ(qv_media_attachment(media, a, &attachment), 0);
-        std::string data(attachment.size, '\0');
-        EXPECT_EQ(qv_media_attachment_read(
-                      media, a, 0, reinterpret_cast<std::uint8_t*>(data.data()), data.size()),
-                  std::int64_t(data.size()));
-        result.attachments.emplace_back(attachment.name, data);
-    }
-    qv_media_close(media);
-    return result;
-}
-
 } // namespace
 
 // Timed text of an MP4: the samples found through chunks of several sizes and 64-bit offsets,
@@ -540,17 +534,12 @@ TEST(MatroskaText, TracksOfFilesTheEngineRefuses)
     const auto placed = cues(firstAt, 11 + two.size() + video.size());
     const auto misplaced = cues(firstAt, 11 + two.size()); // the video block
     const Bytes walked = file({});
-    const Bytes cut(walked.begin(), walked.end() - 3);
-    const auto firstCut = ebmlHeader("matroska").size() + 12 + tracks.size() + attachments.size() +
-                          12 + 11 + video.size() + one.size() + 5;
-
+    // A whole walked file is judged by the oracle on a muxed one.
     const std::vector<std::tuple<const char*, Bytes, std::uint32_t, EventList>> cases{
-        {"walked", walked, 0, {{500, 1000, "one"}, {3000, 1000, "two"}, {4000, 0, "three"}}},
-        {"cut inside the last block", cut, 0, {{500, 1000, "one"}, {3000, 0, "two"}}},
-        {"cut inside the first cluster",
-         Bytes(walked.begin(), walked.begin() + firstCut),
+        {"cut inside the last block",
+         Bytes(walked.begin(), walked.end() - 3),
          0,
-         {{500, 1000, "one"}}},
+         {{500, 1000, "one"}, {3000, 0, "two"}}},
         {"cued: the blocks the Cues place",
          file(placed),
          0,
