@@ -207,51 +207,40 @@ TEST(CodecHeaders, RefusalCodes)
         Bytes bytes;
         std::uint32_t code;
     } cases[] = {
-        {kAac, {0x12}, kBad},                                             // truncated
-        {kAac, pack({{2, 5}, {13, 4}, {2, 4}, {0, 3}}), kBad},            // reserved rate index
-        {kAac, pack({{31, 5}, {3, 4}, {2, 4}, {0, 3}}), kNo},             // escape object type
-        {kAac, pack({{2, 5}, {3, 4}, {0, 4}, {0, 3}}), kNo},              // channel configuration 0
-        {kAac, pack({{2, 5}, {15, 4}, {7000, 24}, {2, 4}, {0, 3}}), kNo}, // rate below 8000
+        {kAac, {0x12}, kBad},                                                 // truncated
+        {kAac, pack({{2, 5}, {13, 4}, {2, 4}, {0, 3}}), kBad},                // reserved rate index
+        {kAac, pack({{31, 5}, {3, 4}, {2, 4}, {0, 3}}), kNo},                 // escape object type
+        {kAac, pack({{2, 5}, {15, 4}, {7000, 24}, {2, 4}, {0, 3}}), kNo},     // rate below 8000
         {kAac, pack({{29, 5}, {6, 4}, {2, 4}, {3, 4}, {2, 5}, {0, 3}}), kNo}, // v2, stereo core
         {kAac, pack({{2, 5}, {3, 4}, {2, 4}, {0, 3}, {0x2B6, 11}, {5, 5}, {1, 1}}), kNo}, // sync
         // AC-3: reserved rate, frame-size code out of range (both index tables), truncated; then
-        // half-rate AC-3 and E-AC-3, which are not plain AC-3.
+        // E-AC-3, which is not plain AC-3.
         {kAc3, {0x0b, 0x77, 0, 0, 0xdc, 0x40, 0xeb, 0xf8}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0x26, 0x40, 0xeb, 0xf8}, kBad},
         {kAc3, {0x0b, 0x77, 0, 0, 0x1c, 0x40}, kBad},
-        {kAc3, {0x0b, 0x77, 0, 0, 0x1c, 0x48, 0xeb, 0xf8}, kNo},
         {kAc3, kEac3Stereo, kNo},
-        // E-AC-3: a dependent substream with nothing to depend on, a second programme numbered
-        // 0, more bytes claimed than the block holds, plain AC-3.
+        // E-AC-3: a dependent substream with nothing to depend on, more bytes claimed than the
+        // block holds, plain AC-3.
         {kEac3, kRearPair, kBad},
-        {kEac3, cat({kEac3Stereo, kEac3Stereo}), kBad},
         {kEac3, resized(kEac3Stereo, 24), kBad},
         {kEac3, resized(kAc3Surround, 1536), kNo},
-        // MPEG audio: truncated, reserved version, reserved layer, forbidden bit rate index,
-        // reserved sampling frequency (each indexes a table).
+        // MPEG audio: truncated, forbidden bit rate index, reserved sampling frequency (both
+        // index tables).
         {kMpeg, {0xff, 0xfb, 0x90}, kBad},
-        {kMpeg, {0xff, 0xeb, 0x90, 0x64}, kBad},
-        {kMpeg, {0xff, 0xf9, 0x90, 0x64}, kBad},
         {kMpeg, {0xff, 0xfb, 0xf0, 0x64}, kBad},
         {kMpeg, {0xff, 0xfb, 0x9c, 0x64}, kBad},
-        // FLAC configurations: only the marker, truncated, STREAMINFO not first or of the wrong
-        // size, a second STREAMINFO, the forbidden block type, rate 0, minimum block size 0.
-        {kFlac, text("fLaC"), kBad},
+        // FLAC configurations: truncated, STREAMINFO not first, a second STREAMINFO, rate 0,
+        // minimum block size 0.
         {kFlac, resized(flacBlock(0, kStreamInfo), 37), kBad},
         {kFlac, flacBlock(4, Bytes(8, 'x')), kBad},
-        {kFlac, flacBlock(0, Bytes(33, 0)), kBad},
         {kFlac, cat({flacBlock(0, kStreamInfo), flacBlock(0x80, kStreamInfo)}), kBad},
-        {kFlac, cat({flacBlock(0, kStreamInfo), flacBlock(0x7F, {})}), kBad},
         {kFlac, flacBlock(0, zeroRate), kBad},
         {kFlac, flacBlock(0, with(with(kStreamInfo, 0, 0), 1, 0)), kBad},
-        // FLAC frames: CRC mismatch, truncated before the CRC, reserved block-size code 0,
-        // sample-rate code 15, reserved channel assignment, a continuation byte leading the
-        // number, a 7-byte number.
+        // FLAC frames: CRC mismatch, truncated before the CRC, reserved block-size code 0, a
+        // continuation byte leading the number, a 7-byte number.
         {kFlacFrame, {0xff, 0xf8, 0x59, 0x88, 0x00, 0x8b}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x59, 0x88, 0x00}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x09, 0x88, 0x00, 0x8a}, kBad},
-        {kFlacFrame, {0xff, 0xf8, 0x5f, 0x88, 0x00, 0x8a}, kBad},
-        {kFlacFrame, {0xff, 0xf8, 0x59, 0xb8, 0x00, 0x8a}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x59, 0x88, 0x80, 0x8a}, kBad},
         {kFlacFrame, {0xff, 0xf8, 0x59, 0x88, 0xfe, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0}, kBad},
         // ALAC: a short configuration, an atom header of size 0, a last frame longer than a full.
@@ -275,9 +264,8 @@ TEST(CodecHeaders, RefusalCodes)
         {kRecordSps, with(kSpsRecord, 5, 0xe0), kNo},
         {kRecordSps, with(kSpsRecord, 7, std::uint8_t(kSpsRecord.size() - 7)), kBad},
         {kRecordSps, with(kSpsRecord, 8, 0x68), kBad},
-        // VP9: sync code, not a key frame, profile 1, RGB, cut short.
+        // VP9: sync code, profile 1, RGB, cut short.
         {kVp9, {0x82, 0x49, 0x83, 0x43, 0x40}, kBad},
-        {kVp9, {0x86, 0x49, 0x83, 0x42, 0x40}, kNo},
         {kVp9, {0xA2, 0x49, 0x83, 0x42, 0x40}, kNo},
         {kVp9, {0x82, 0x49, 0x83, 0x42, 0xE0}, kNo},
         {kVp9, {0x82, 0x49}, kBad},
