@@ -145,10 +145,9 @@ TEST(Media, ReadBoundariesAndCancellation)
     ASSERT_NE(media, nullptr) << code;
 
     const auto size = qv_media_size(media);
-    // Boundaries: at the end, past the end, above the cap, no buffer, a capped read at the end.
+    // Boundaries (the end itself is checked on every mutated file): above the cap, no buffer, a
+    // capped read at the end.
     std::vector<std::uint8_t> big(QV_MEDIA_MAX_READ + 1);
-    EXPECT_EQ(qv_media_read(media, size, big.data(), 1), 0);
-    EXPECT_EQ(qv_media_read(media, size + 1, big.data(), 1), -1);
     EXPECT_EQ(qv_media_read(media, 0, big.data(), big.size()), -1);
     EXPECT_EQ(qv_media_read(media, 0, nullptr, 1), -1);
     EXPECT_EQ(qv_media_read(media, size - 3, big.data(), QV_MEDIA_MAX_READ), 3);
