@@ -93,10 +93,6 @@ private slots:
 
         web->emitEvent(ready());
         QCOMPARE(h.events, QList<PlaybackEvent>{ready()});
-        // Calls reach the new backend; play, seek and the snapshot are also walked end to end
-        // over the real web backend.
-        h.router->selectTrack(PlaybackTrackKind::Subtitle, 3);
-        QCOMPARE(web->calls.last(), u"select subtitle 3"_s);
     }
 
     void whichFailuresReachTheOwner()
