@@ -60,7 +60,6 @@ private slots:
             QStringList arguments;
             QByteArray expected;
         } cases[] = {
-            {{a}, "files: " + QUrl::fromLocalFile(a).toString().toUtf8()},
             {{a, "file:///tmp/x.mp4", "https://example.com/y.mp4", "--verbose"},
              "files: " + QUrl::fromLocalFile(a).toString().toUtf8() + " file:///tmp/x.mp4"},
             {{}, "files:"},

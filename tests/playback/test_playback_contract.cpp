@@ -1,4 +1,4 @@
-// The value helpers every view relies on: time text, the window fit and track kinds.
+// The value helpers every view relies on: time text and the window fit.
 #include "PlaybackBackend.h"
 
 #include <QTest>
@@ -57,16 +57,6 @@ private slots:
         QFETCH(QSizeF, within);
         QFETCH(QSizeF, expected);
         QCOMPARE(fittedVideoSize(size, within), expected);
-    }
-
-    void trackKindText()
-    {
-        // Round trip; parsing is exact and knows no other kinds.
-        for (const auto kind : {PlaybackTrackKind::Audio, PlaybackTrackKind::Subtitle})
-            QCOMPARE(playbackTrackKind(rawValue(kind)), kind);
-        QCOMPARE(rawValue(PlaybackTrackKind::Subtitle), QStringLiteral("subtitle"));
-        for (const char* text : {"Audio", "", "video"})
-            QVERIFY(!playbackTrackKind(text));
     }
 };
 

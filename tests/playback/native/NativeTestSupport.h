@@ -1,6 +1,6 @@
 #pragma once
-// What the native backend's tests share: fixtures, an event recorder and a wait that keeps the
-// event loop (and with it GStreamer's bus) running.
+// What the backends' end-to-end tests share: fixtures, an event recorder and a wait that keeps the
+// event loop (and with it GStreamer's bus and the web page) running.
 #include "PlaybackBackend.h"
 
 #include <QDeadlineTimer>
@@ -12,13 +12,15 @@
 
 namespace quorvane::testing {
 
+#ifdef QV_NATIVE_FIXTURE_DIR
 inline QUrl fixture(const QString& name)
 {
     return QUrl::fromLocalFile(QStringLiteral(QV_NATIVE_FIXTURE_DIR "/") + name);
 }
+#endif
 
 // Spins the event loop until `done` holds or `ms` pass; returns whether it holds.
-inline bool waitUntil(const std::function<bool()>& done, int ms = 10000)
+inline bool waitUntil(const std::function<bool()>& done, int ms = 30000)
 {
     QDeadlineTimer deadline(ms);
     while (!done()) {

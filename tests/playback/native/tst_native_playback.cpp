@@ -110,7 +110,7 @@ TEST_F(NativePlaybackTest, EachContainerOpensWithItsInformationSeeksAndEnds)
     EXPECT_TRUE(subtitles[1].forced);
 }
 
-TEST_F(NativePlaybackTest, PlaysPausesAndIgnoresBadRatesAndVolumes)
+TEST_F(NativePlaybackTest, PlaysPausesAndIgnoresBadRates)
 {
     openReady("native-h264-aac.mp4");
     EXPECT_EQ(backend.snapshot(), (PlaybackSnapshot{0, 0, 1, 0, 0}));
@@ -131,12 +131,7 @@ TEST_F(NativePlaybackTest, PlaysPausesAndIgnoresBadRatesAndVolumes)
     QTest::qWait(300);
     EXPECT_EQ(backend.snapshot(), paused);
     EXPECT_EQ(paused.rate, 0.0);
-    // Volumes are clamped; NaN keeps the last one. No subtitle group: selecting one does nothing.
-    const std::pair<double, double> volumes[] = {{3, 1}, {-1, 0}, {0.5, 0.5}, {kNaN, 0.5}};
-    for (const auto& [set, want] : volumes) {
-        backend.setVolume(set);
-        EXPECT_EQ(backend.volume(), want) << set;
-    }
+    // No subtitle group: selecting one does nothing.
     backend.selectTrack(PlaybackTrackKind::Subtitle, 1);
     EXPECT_EQ(backend.snapshot().subtitleID, 0);
 }

@@ -1,12 +1,12 @@
 // The web fallback end to end: the router, the real QtWebEngine in a window, the loopback server
 // and generated WebM and Ogg files.
+#include "NativeTestSupport.h"
 #include "PlaybackRouter.h"
 #include "Player.h"
 #include "StandardSlots.h"
 #include "WebMediaPlayback.h"
 #include "support/ScriptedBackend.h"
 
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QGuiApplication>
@@ -24,19 +24,13 @@
 #include <csignal>
 
 using namespace quorvane;
+using quorvane::testing::waitUntil;
 
 namespace {
 
 QUrl fixture(const char* name)
 {
     return QUrl::fromLocalFile(QStringLiteral(QV_FIXTURE_DIR "/") + QLatin1String(name));
-}
-
-bool waitUntil(const std::function<bool()>& done, int ms = 30000)
-{
-    for (QDeadlineTimer deadline(ms); !done(); QTest::qWait(20))
-        if (deadline.hasExpired()) return false;
-    return true;
 }
 
 // A native slot that refuses every file, as the native path does on macOS, then the real web slot.
@@ -79,16 +73,9 @@ protected:
     template <typename Backend> void listen(Backend& backend)
     {
         backend.setWebView(m_view);
-        backend.setOnEvent([this](const PlaybackEvent& event) { m_events.append(event); });
+        backend.setOnEvent(m_recorder.handler());
     }
-
-    template <typename T> QList<T> all() const
-    {
-        QList<T> found;
-        for (const auto& event : m_events)
-            if (const auto* value = std::get_if<T>(&event)) found.append(*value);
-        return found;
-    }
+    template <typename T> QList<T> all() const { return m_recorder.all<T>(); }
 
     // Evaluated in the page.
     QVariant probe(const QString& script)
@@ -116,7 +103,7 @@ protected:
     QQmlApplicationEngine m_engine;
     QQuickWindow* m_window = nullptr;
     QQuickItem* m_view = nullptr;
-    QList<PlaybackEvent> m_events;
+    quorvane::testing::EventRecorder m_recorder;
 };
 
 } // namespace
@@ -128,7 +115,7 @@ TEST_F(WebMediaPlaybackTest, PlaysSeeksAndEndsThroughTheRouterAndShowsThePicture
     router.setVolume(0.25);
     router.setMuted(true);
     router.open(fixture("web_vp8_vorbis.webm"));
-    ASSERT_TRUE(waitUntil([&] { return !m_events.isEmpty(); })) << "no event at all";
+    ASSERT_TRUE(waitUntil([&] { return !m_recorder.events.isEmpty(); })) << "no event at all";
     ASSERT_EQ(all<PlaybackEvents::Ready>().size(), 1)
         << "failed with " << all<PlaybackEvents::Failed>().value(0).code;
     EXPECT_EQ(router.activeSlotID(), QStringLiteral("webm-system"));
@@ -166,7 +153,7 @@ TEST_F(WebMediaPlaybackTest, PlaysSeeksAndEndsThroughTheRouterAndShowsThePicture
     // Plain Vorbis in Ogg reaches ready in the stop-while-loading and failure tests.
     for (const auto& [name, width, height] :
          {std::tuple{"web_theora_vorbis.ogg", 320, 240}, std::tuple{"web_opus.oga", 0, 0}}) {
-        m_events.clear();
+        m_recorder.events.clear();
         router.open(fixture(name));
         ASSERT_TRUE(waitUntil([&] { return !all<PlaybackEvents::Ready>().isEmpty(); })) << name;
         const PlaybackMediaInfo clip = all<PlaybackEvents::Ready>().first().info;
@@ -211,15 +198,15 @@ TEST_F(WebMediaPlaybackTest, StopWhileLoadingReportsNothingLaterAndASecondOpenWi
         backend.stop();
         EXPECT_NE(backend.sessionToken(), session);
         QTest::qWait(2500);
-        EXPECT_TRUE(m_events.isEmpty()) << "the page was ready before it could be stopped";
+        EXPECT_TRUE(m_recorder.events.isEmpty()) << "the page was ready before it could be stopped";
     }
     // The view is usable again; a second open while the first page loads: only the second file
     // is ever reported.
     backend.open(fixture("web_vp8_vorbis.webm"));
     backend.open(fixture("web_vorbis.ogg"));
-    ASSERT_TRUE(waitUntil([&] { return !m_events.isEmpty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !m_recorder.events.isEmpty(); }));
     QTest::qWait(500);
-    ASSERT_EQ(m_events.size(), 1);
+    ASSERT_EQ(m_recorder.events.size(), 1);
     EXPECT_EQ(all<PlaybackEvents::Ready>().value(0).info.width, 0);
     EXPECT_TRUE(backend.showsWebView());
     backend.stop();
@@ -238,25 +225,26 @@ TEST_F(WebMediaPlaybackTest, FailuresCarryTheirCodes)
     bool snapshotMoved = false;
     ASSERT_TRUE(waitUntil([&] {
         snapshotMoved |= !(router.snapshot() == PlaybackSnapshot{});
-        return !m_events.isEmpty();
+        return !m_recorder.events.isEmpty();
     }));
     EXPECT_GE(elapsed.elapsed(), WebMediaPlayback::kLoadTimeoutMs);
     EXPECT_FALSE(snapshotMoved);
     QTest::qWait(1500);
-    EXPECT_EQ(m_events, QList<PlaybackEvent>{PlaybackEvents::Failed{kFileFormatNotRecognized}});
+    EXPECT_EQ(m_recorder.events,
+              QList<PlaybackEvent>{PlaybackEvents::Failed{kFileFormatNotRecognized}});
 
     // A file the page's media element cannot decode: the page posts "error".
     QFile garbage(QDir(QStringLiteral(QV_SCREENSHOT_DIR)).filePath(QStringLiteral("garbage.webm")));
     ASSERT_TRUE(garbage.open(QIODevice::WriteOnly));
     garbage.write(QByteArray(50000, 'q'));
     garbage.close();
-    m_events.clear();
+    m_recorder.events.clear();
     router.open(QUrl::fromLocalFile(garbage.fileName()));
-    ASSERT_TRUE(waitUntil([&] { return !m_events.isEmpty(); }));
+    ASSERT_TRUE(waitUntil([&] { return !m_recorder.events.isEmpty(); }));
     EXPECT_EQ(all<PlaybackEvents::Failed>().value(0).code, kFileFormatNotRecognized);
 
     // A navigation away from the page is refused; the renderer dying fails with -11800.
-    m_events.clear();
+    m_recorder.events.clear();
     router.open(fixture("web_vorbis.ogg"));
     ASSERT_TRUE(waitUntil([&] { return !all<PlaybackEvents::Ready>().isEmpty(); }));
     const QUrl page = m_view->property("url").toUrl();
