@@ -30,6 +30,23 @@ template <typename Body> std::uint32_t guarded(Body&& body) noexcept
     }
 }
 
+// A handle made by make, guarded: null with the code in error (when given) if it throws.
+template <typename Make> QVMedia* created(Make&& make, std::uint32_t* error) noexcept
+{
+    if (error) *error = 0;
+    QVMedia* media = nullptr;
+    const auto code = guarded([&] { media = make(); });
+    if (code != 0 && error) *error = code;
+    return code == 0 ? media : nullptr;
+}
+
+// A file source for a path from the C boundary; a null path fails as malformed.
+std::unique_ptr<qv::Source> fileSource(const char* path)
+{
+    if (!path) qv::fail(qv::kMalformed);
+    return std::make_unique<qv::FileSource>(path);
+}
+
 // The track at index, or null for a null handle or an index past the last track.
 const qv::Track* trackAt(const QVMedia* media, uint32_t index)
 {
@@ -43,23 +60,15 @@ namespace qv {
 QVMedia* openMedia(const SourceMaker& makeSource, CancelFn cancel, void* context,
                    std::uint32_t* error, SourceMaker reopen) noexcept
 {
-    if (error) *error = 0;
-    QVMedia* media = nullptr;
-    const auto code =
-        guarded([&] { media = new QVMedia(makeSource(), cancel, context, std::move(reopen)); });
-    if (code != 0 && error) *error = code;
-    return code == 0 ? media : nullptr;
+    return created([&] { return new QVMedia(makeSource(), cancel, context, std::move(reopen)); },
+                   error);
 }
 
 QVMedia* openTextTracks(const SourceMaker& makeSource, CancelFn cancel, void* context,
                         std::uint32_t* error) noexcept
 {
-    if (error) *error = 0;
-    QVMedia* media = nullptr;
-    const auto code =
-        guarded([&] { media = new QVMedia(TextTracksOnly{}, makeSource(), cancel, context); });
-    if (code != 0 && error) *error = code;
-    return code == 0 ? media : nullptr;
+    return created([&] { return new QVMedia(TextTracksOnly{}, makeSource(), cancel, context); },
+                   error);
 }
 
 std::int32_t transportPresence(const SourceMaker& makeSource, CancelFn cancel,
@@ -94,13 +103,7 @@ QVMedia* qv_media_open(const char* path, qv_media_cancel_fn cancel, void* contex
 QVMedia* qv_media_open_text_tracks(const char* path, qv_media_cancel_fn cancel, void* context,
                                    uint32_t* error)
 {
-    if (error) *error = 0;
-    if (!path) {
-        if (error) *error = qv::kMalformed;
-        return nullptr;
-    }
-    return qv::openTextTracks([path] { return std::make_unique<qv::FileSource>(path); }, cancel,
-                              context, error);
+    return qv::openTextTracks([path] { return fileSource(path); }, cancel, context, error);
 }
 
 void qv_media_close(QVMedia* media)

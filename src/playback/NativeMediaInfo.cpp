@@ -14,18 +14,16 @@ QString lowerSuffix(const QUrl& url)
 }
 } // namespace
 
-bool usesContainerPath(const QUrl& url)
-{
-    const QString suffix = lowerSuffix(url);
-    return suffix == QLatin1String("mkv") || suffix == QLatin1String("mka") ||
-           suffix == QLatin1String("webm") || suffix == QLatin1String("flv");
-}
-
 bool isMatroska(const QUrl& url)
 {
     const QString suffix = lowerSuffix(url);
     return suffix == QLatin1String("mkv") || suffix == QLatin1String("mka") ||
            suffix == QLatin1String("webm");
+}
+
+bool usesContainerPath(const QUrl& url)
+{
+    return isMatroska(url) || lowerSuffix(url) == QLatin1String("flv");
 }
 
 bool hasIsoTimedText(const QUrl& url)

@@ -26,6 +26,15 @@ struct Stage {
         overlay->setSession(player.subtitles());
         window.show();
     }
+    // Shows the window, opens the file and fits the overlay to its picture.
+    bool load(const QString& path)
+    {
+        if (!QTest::qWaitForWindowExposed(&window)) return false;
+        player.open(QUrl::fromLocalFile(path));
+        if (!QTest::qWaitFor([&] { return player.loaded(); }, 30000)) return false;
+        overlay->setVideoSize(player.videoSize());
+        return true;
+    }
     QSettings settings;
     Player player;
     QQuickWindow window;
@@ -46,12 +55,8 @@ private slots:
         Player& player = stage.player;
         QQuickWindow& window = stage.window;
         SubtitleOverlay* overlay = stage.overlay;
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-
-        player.open(QUrl::fromLocalFile(path));
-        QTRY_VERIFY_WITH_TIMEOUT(player.loaded(), 30000);
-        overlay->setVideoSize(player.videoSize()); // 4:3 in a 4:3 window: the whole window
-        QCOMPARE(overlay->pictureRect(), QRectF(0, 0, 640, 480));
+        QVERIFY(stage.load(path));
+        QCOMPARE(overlay->pictureRect(), QRectF(0, 0, 640, 480)); // 4:3 in a 4:3 window
 
         QStringList labels;
         QList<qint64> ids;
@@ -103,11 +108,7 @@ private slots:
         Player& player = stage.player;
         QQuickWindow& window = stage.window;
         SubtitleOverlay* overlay = stage.overlay;
-        QVERIFY(QTest::qWaitForWindowExposed(&window));
-
-        player.open(QUrl::fromLocalFile(path));
-        QTRY_VERIFY_WITH_TIMEOUT(player.loaded(), 30000);
-        overlay->setVideoSize(player.videoSize());
+        QVERIFY(stage.load(path));
         QList<qint64> ids;
         for (const MediaTrack& track : player.tracks()) {
             if (track.type == u"subtitle") ids.append(track.id);
