@@ -105,10 +105,8 @@ private slots:
         const QString path = u"" QV_FIXTURE_DIR "/"_s + name;
         if (!QFile::exists(path)) QSKIP("generated fixtures are missing");
         Stage stage(m_dir.filePath(u"settings.ini"_s));
-        Player& player = stage.player;
-        QQuickWindow& window = stage.window;
-        SubtitleOverlay* overlay = stage.overlay;
         QVERIFY(stage.load(path));
+        Player& player = stage.player;
         QList<qint64> ids;
         for (const MediaTrack& track : player.tracks()) {
             if (track.type == u"subtitle") ids.append(track.id);
@@ -125,8 +123,8 @@ private slots:
         for (const auto& [seconds, shown] : {std::pair{0.75, true}, std::pair{1.25, false},
                                              std::pair{1.75, true}, std::pair{2.5, false}}) {
             player.seek(seconds);
-            QTRY_VERIFY2_WITH_TIMEOUT(overlay->showingText() == shown &&
-                                          inkOf(window.grabWindow()).box.isEmpty() != shown,
+            QTRY_VERIFY2_WITH_TIMEOUT(stage.overlay->showingText() == shown &&
+                                          inkOf(stage.window.grabWindow()).box.isEmpty() != shown,
                                       qPrintable(u"at %1 s"_s.arg(seconds)), 10000);
         }
     }
